@@ -1,0 +1,38 @@
+# What `cmake --install` puts in place: the library, its headers below a folder of their own, and
+# the files by which CMake and pkg-config find both.
+include(CMakePackageConfigHelpers)
+
+set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/install_cpputil)
+
+install(TARGETS install_cpputil EXPORT install_cpputil_targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY utilities platform
+  DESTINATION ${header_directory}
+  FILES_MATCHING PATTERN "*.h")
+install(EXPORT install_cpputil_targets
+  NAMESPACE install::
+  DESTINATION ${package_directory})
+
+configure_package_config_file(cmake/install_cpputil-config.cmake.in
+  ${PROJECT_BINARY_DIR}/install_cpputil-config.cmake
+  INSTALL_DESTINATION ${package_directory}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/install_cpputil-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/install_cpputil-config.cmake
+  ${PROJECT_BINARY_DIR}/install_cpputil-config-version.cmake
+  DESTINATION ${package_directory})
+
+# A full path may be given for either directory; otherwise they are relative to the prefix, and the
+# pkg-config file keeps them so, since a tree can be installed in one place and moved to another.
+foreach(directory LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${directory}}")
+    set(pkgconfig_${directory} "${CMAKE_INSTALL_${directory}}")
+  else()
+    set(pkgconfig_${directory} "\${prefix}/${CMAKE_INSTALL_${directory}}")
+  endif()
+endforeach()
+configure_file(cmake/install_cpputil.pc.in ${PROJECT_BINARY_DIR}/install_cpputil.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/install_cpputil.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

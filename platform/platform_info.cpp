@@ -1,0 +1,62 @@
+#include "platform/platform_info.h"
+
+#include <locale.h>
+#include <pwd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <system_error>
+#include <type_traits>
+#include <vector>
+
+namespace install::cpputil {
+namespace {
+
+struct LocaleDeleter {
+    void operator()(locale_t locale) const noexcept { ::freelocale(locale); }
+};
+using Locale = std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleDeleter>;
+
+}  // namespace
+
+std::string PlatformInfo::userName() const {
+    constexpr std::size_t usual_size = 1024;
+    std::vector<char> buffer(usual_size);
+    passwd entry = {};
+    passwd* found = nullptr;
+    int error = 0;
+    while ((error = ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found)) ==
+               ERANGE ||
+           error == EINTR) {
+        buffer.resize(2 * buffer.size());
+    }
+    return found == nullptr ? std::string() : std::string(entry.pw_name);
+}
+
+std::string PlatformInfo::currentTime(std::string const& pattern) const {
+    return formatTime(std::time(nullptr), pattern);
+}
+
+std::string PlatformInfo::formatTime(std::time_t time, std::string const& pattern) {
+    std::tm local = {};
+    if (::localtime_r(&time, &local) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "local time");
+    }
+    Locale const locale(::newlocale(LC_ALL_MASK, "C", nullptr));
+    // strftime gives 0 both for an empty text and for a buffer that is too small; with one
+    // character more, a text is never empty.
+    auto const terminated = pattern + '.';
+    std::string text(128, '\0');
+    std::size_t length = 0;
+    while ((length = ::strftime_l(text.data(), text.size(), terminated.c_str(), &local,
+                                  locale.get())) == 0) {
+        text.resize(2 * text.size());
+    }
+    text.resize(length - 1);
+    return text;
+}
+
+}  // namespace install::cpputil

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <ctime>
+#include <string>
+
+#include "platform/export.h"
+
+namespace install::cpputil {
+
+/// Facts about the user and the clock of this machine. Narrow texts are UTF-8.
+///
+/// \par Thread safety
+///     Several threads may use one object. The time functions read the process's time zone, the
+///     user name the user database; both may run on several threads at once.
+class INSTALL_CPPUTIL_EXPORT PlatformInfo {
+public:
+    /// Returns the effective user's name in the user database; empty when there is none.
+    /// \throws std::bad_alloc
+    std::string userName() const;
+
+    /// Returns the current local time in the form of \p pattern; see `formatTime`.
+    std::string currentTime(std::string const& pattern) const;
+
+    /// Returns \p time as local time in the form of \p pattern, a pattern of strftime. Names of
+    /// months and days are English whatever the process's locale. \throws std::system_error if \p
+    /// time has no local time
+    static std::string formatTime(std::time_t time, std::string const& pattern);
+};
+
+}  // namespace install::cpputil

@@ -1,0 +1,173 @@
+#include <gtest/gtest.h>
+#include <pwd.h>
+
+#include <ctime>
+#include <limits>
+
+#include "platform/file_system_service.h"
+#include "platform/platform_info.h"
+#include "platform/system_locale_service.h"
+#include "tests/support.h"
+
+namespace install::cpputil {
+namespace {
+
+using namespace testing;
+
+TEST(TextConversion, KeepsEveryCharacter) {
+    struct {
+        std::string utf8;
+        std::u16string utf16;
+    } const rows[] = {
+        {"", u""},
+        {"1234567", u"1234567"},
+        {"12345678\x7F", u"12345678\x7F"},
+        {std::string("a\0b\0", 4), std::u16string(u"a\0b\0", 4)},
+        {"\xC2\x80\xDF\xBF", u"\u0080\u07FF"},
+        {"\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", u"\u0800\uD7FF\uE000\uFFFF"},
+        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", u"\U00010000\U0010FFFF"},
+        {"\xEF\xBB\xBFx", u"\uFEFFx"},
+    };
+    for (auto const& row : rows) {
+        // At every distance from a word of ASCII.
+        for (std::size_t before = 0; before != 9; ++before) {
+            std::string const utf8 = std::string(before, 'x') + row.utf8 + "ASCII after";
+            std::u16string const utf16 = std::u16string(before, u'x') + row.utf16 + u"ASCII after";
+            EXPECT_EQ(TextConversion::fromUtf8(utf8), utf16) << row.utf8;
+            EXPECT_EQ(TextConversion::toUtf8(utf16), utf8);
+            EXPECT_EQ(TextConversion::toNarrow(utf16), utf8);
+        }
+    }
+}
+
+TEST(TextConversion, NamesTheFirstMalformedSequence) {
+    for (std::string const malformed :
+         {"\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xC3", "\xC3(", "\xE0\x9F\xBF", "\xE2\x82",
+          "\xE2\x82(", "\xE2(\x80", "\xED\xA0\x80", "\xED\xBF\xBF", "\xF0\x8F\xBF\xBF",
+          "\xF0\x90\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\xFE",
+          "\xFF"}) {
+        for (std::string const after : {"", "x", "\xFF 12345678"}) {
+            EXPECT_EQ(error_text<TextConversionError>([&] {
+                          TextConversion::fromUtf8("12345678\xC3\xA9" + malformed + after);
+                      }),
+                      "text is not UTF-8: malformed at offset 10")
+                << ::testing::PrintToString(malformed);
+        }
+    }
+    for (std::u16string const malformed :
+         {u"\xD800", u"\xDBFFx", u"\xD800\xD800\xDC00", u"\xDC00\xD800", u"\xDFFF"}) {
+        EXPECT_EQ(error_text<TextConversionError>(
+                      [&] { TextConversion::toUtf8(u"1234\U00010000" + malformed); }),
+                  "text is not UTF-16: malformed at offset 6");
+        EXPECT_THROW(TextConversion::toNarrow(malformed), TextConversionError);
+    }
+}
+
+TEST(Path, HoldsTheNativeFormAndRefusesWhatNamesAnotherFile) {
+    EXPECT_EQ(Path().string(), u"");
+    Path const path(u"//a///b/../\u00e9//");
+    EXPECT_EQ(path.string(), u"/a/b/../\u00e9/");
+    EXPECT_EQ(FileSystemService::nativeForm(path), "/a/b/../\xC3\xA9/");
+    EXPECT_EQ(error_text<std::invalid_argument>([] { Path(std::u16string(u"/a\0b", 4)); }),
+              "a path must not hold a NUL: \"/a\" is followed by one");
+    EXPECT_THROW(Path(u"/\xD800"), TextConversionError);
+}
+
+TEST(FileSystemService, TellsParents) {
+    for (auto const& [path, parent] :
+         std::initializer_list<std::pair<std::u16string, std::u16string>>{{u"/a/b/c", u"/a/b"},
+                                                                          {u"/a/b/c//", u"/a/b"},
+                                                                          {u"/a//b", u"/a"},
+                                                                          {u"a/b", u"a"},
+                                                                          {u"/a", u"/"},
+                                                                          {u"//a/", u"/"},
+                                                                          {u"/", u""},
+                                                                          {u"//", u""},
+                                                                          {u"a", u""},
+                                                                          {u"a/", u""},
+                                                                          {u"", u""},
+                                                                          {u"a/..", u"a"}}) {
+        EXPECT_EQ(FileSystemService::parentPath(path), parent) << TextConversion::toUtf8(path);
+    }
+    EXPECT_EQ(FileSystemService::concatenatePath(Path(u"/a/"), u"b").string(), u"/a/b");
+    EXPECT_EQ(FileSystemService::concatenatePath(Path(u"/"), u"b").string(), u"/b");
+    EXPECT_EQ(FileSystemService::concatenatePath(Path(), u"b").string(), u"b");
+}
+
+TEST(FileSystemService, KnowsItsDirectories) {
+    for (auto const& [value, expected] :
+         std::initializer_list<std::pair<std::optional<std::string>, std::u16string>>{
+             {std::nullopt, u"/tmp"},
+             {"", u"/tmp"},
+             {"/not/there//", u"/not/there"},
+             {"/", u""},
+             {"/\xFF", u"/tmp"},
+             {"rel", u"rel"}}) {
+        ScopedVariable const variable("TMPDIR", value);
+        EXPECT_EQ(FileSystemService::tempDirectory(), expected) << ::testing::PrintToString(value);
+    }
+    auto const own = utf16(std::filesystem::canonical("/proc/self/exe").parent_path());
+    EXPECT_EQ(FileSystemService::installRoot(), own);
+    FileSystemService::setInstallRoot(u"/opt//app");
+    EXPECT_THROW(FileSystemService::setInstallRoot(u"\xD800"), TextConversionError);
+    EXPECT_EQ(FileSystemService::installRoot(), u"/opt/app");
+    FileSystemService::setInstallRoot(u"");
+    EXPECT_EQ(FileSystemService::installRoot(), own);
+}
+
+TEST(SystemLocaleService, ReadsTheSettingOfMessages) {
+    struct {
+        std::optional<std::string> all, messages, lang;
+        std::string language, region;
+    } const rows[] = {
+        {std::nullopt, std::nullopt, std::nullopt, "en", "US"},
+        {"", "", "", "en", "US"},
+        {std::nullopt, std::nullopt, "de_AT.UTF-8@euro", "de", "AT"},
+        {std::nullopt, "fr_CA", "de_AT", "fr", "CA"},
+        {"", "fr@x", "de_AT", "fr", ""},
+        {"_CH.utf8", "fr_CA", "de_AT", "", "CH"},
+        {"C.UTF-8", "fr_CA", "de_AT", "en", "US"},
+        {"POSIX", "fr_CA", "de_AT", "en", "US"},
+        {"sr_RS@latin", std::nullopt, std::nullopt, "sr", "RS"},
+        {".UTF-8", "fr_CA", "de_AT", "", ""},
+    };
+    for (auto const& row : rows) {
+        ScopedVariable const all("LC_ALL", row.all);
+        ScopedVariable const messages("LC_MESSAGES", row.messages);
+        ScopedVariable const lang("LANG", row.lang);
+        SystemLocaleService const locale(SystemLocaleService::Category::messages);
+        EXPECT_EQ(locale.language() + "|" + locale.region(), row.language + "|" + row.region);
+    }
+}
+
+TEST(PlatformInfo, FormatsLocalTime) {
+    ScopedVariable const zone("TZ", "XYZ-5:30");
+    ::tzset();
+    std::time_t const time = 1772508907;  // 3 March 2026, 3:35:07 in universal time
+    EXPECT_EQ(PlatformInfo::formatTime(time, "%b %d, %Y %H:%M:%S"), "Mar 03, 2026 09:05:07");
+    EXPECT_EQ(PlatformInfo::formatTime(time, "\xC3\xA9%B"), "\xC3\xA9March");
+    EXPECT_EQ(PlatformInfo::formatTime(time, ""), "");
+    EXPECT_EQ(PlatformInfo::formatTime(time, std::string(300, 'x') + "%y"),
+              std::string(300, 'x') + "26");
+    EXPECT_THROW(PlatformInfo::formatTime(std::numeric_limits<std::time_t>::max(), "%Y"),
+                 std::system_error);
+    auto const before = std::time(nullptr);
+    auto const now = std::stoll(PlatformInfo().currentTime("%s"));
+    EXPECT_TRUE(before <= now && now <= std::time(nullptr)) << now;
+}
+
+TEST(PlatformInfo, NamesTheEffectiveUser) {
+    PlatformInfo const info;
+    EXPECT_EQ(info.userName(), ::getpwuid(::geteuid())->pw_name);
+    if (::geteuid() == 0) {
+        ScopedUser const user;
+        EXPECT_EQ(info.userName(), "nobody");
+    }
+    if (::geteuid() == 0) {
+        ScopedUser const user(3'999'999'999U);
+        EXPECT_EQ(info.userName(), "");
+    }
+}
+
+}  // namespace
+}  // namespace install::cpputil
