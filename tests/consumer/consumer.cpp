@@ -1,0 +1,11 @@
+#include <platform/text_conversion.h>
+#include <utilities/input_file_parser.h>
+
+#include <iostream>
+
+int main(int, char** argv) {
+    using namespace install::cpputil;
+    auto const inputs = InputFileParser().parse(TextConversion::fromUtf8(argv[1]));
+    auto const& directory = std::get<std::u16string>(inputs.at(u"install_dir"));
+    std::cout << "installing to " << TextConversion::toUtf8(directory) << '\n';
+}
