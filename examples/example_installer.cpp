@@ -1,4 +1,5 @@
-// A small installer: reads the user's answers from an input file and shows what it understood.
+// A small installer: reads the user's answers from an input file, shows what it understood, and keeps
+// a log of what it did.
 
 #include <exception>
 #include <iostream>
@@ -7,6 +8,7 @@
 
 #include "platform/text_conversion.h"
 #include "utilities/input_file_parser.h"
+#include "utilities/logger.h"
 
 namespace {
 
@@ -30,6 +32,13 @@ void print_inputs(PropertyMap const& inputs) {
     }
 }
 
+void run_installation(std::string const& input_file) {
+    auto const inputs = InputFileParser().parse(TextConversion::fromUtf8(input_file));
+    logger::append_file(input_file);
+    print_inputs(inputs);
+    logger::append_message("understood " + std::to_string(inputs.size()) + " inputs");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -39,7 +48,15 @@ int main(int argc, char** argv) {
     }
     std::string const input_file = argv[1];
     try {
-        print_inputs(InputFileParser().parse(TextConversion::fromUtf8(input_file)));
+        logger::Logger const log{std::string(argv[2])};
+        logger::append_message(std::string("installation started"));
+        try {
+            run_installation(input_file);
+        } catch (std::exception const& error) {
+            logger::append_message(std::string("installation failed: ") + error.what());
+            throw;
+        }
+        logger::append_message(std::string("installation finished"));
         return 0;
     } catch (std::exception const& error) {
         std::cerr << "example_installer: " << input_file << ": " << error.what() << '\n';

@@ -5,11 +5,11 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <memory>
 #include <system_error>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace install::cpputil {
@@ -20,20 +20,39 @@ struct LocaleDeleter {
 };
 using Locale = std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleDeleter>;
 
-}  // namespace
-
-std::string PlatformInfo::userName() const {
+/// Returns the name of \p user, empty when there is none; nothing when the database does not
+/// answer.
+std::optional<std::string> look_up_name(uid_t user) {
     constexpr std::size_t usual_size = 1024;
     std::vector<char> buffer(usual_size);
     passwd entry = {};
     passwd* found = nullptr;
     int error = 0;
-    while ((error = ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found)) ==
-               ERANGE ||
+    while ((error = ::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found)) == ERANGE ||
            error == EINTR) {
         buffer.resize(2 * buffer.size());
     }
-    return found == nullptr ? std::string() : std::string(entry.pw_name);
+    if (found != nullptr) {
+        return entry.pw_name;
+    }
+    return error == 0 ? std::optional(std::string()) : std::nullopt;
+}
+
+}  // namespace
+
+std::string PlatformInfo::userName() const {
+    std::lock_guard const lock(mutex_);
+    auto const user = ::geteuid();
+    if (user_ != user) {
+        user_.reset();
+        auto name = look_up_name(user);
+        if (!name) {
+            return {};
+        }
+        userName_ = std::move(*name);
+        user_ = user;
+    }
+    return userName_;
 }
 
 std::string PlatformInfo::currentTime(std::string const& pattern) const {

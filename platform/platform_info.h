@@ -1,6 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <ctime>
+#include <mutex>
+#include <optional>
 #include <string>
 
 #include "platform/export.h"
@@ -14,8 +18,9 @@ namespace install::cpputil {
 ///     user name the user database; both may run on several threads at once.
 class INSTALL_CPPUTIL_EXPORT PlatformInfo {
 public:
-    /// Returns the effective user's name in the user database; empty when there is none.
-    /// \throws std::bad_alloc
+    /// Returns the effective user's name in the user database; empty when there is none. The object
+    /// keeps the name until the effective user changes, since the database may be a directory
+    /// server behind the network.
     std::string userName() const;
 
     /// Returns the current local time in the form of \p pattern; see `formatTime`.
@@ -25,6 +30,12 @@ public:
     /// months and days are English whatever the process's locale. \throws std::system_error if \p
     /// time has no local time
     static std::string formatTime(std::time_t time, std::string const& pattern);
+
+private:
+    mutable std::mutex mutex_;
+    // Whose name is kept, if anyone's. Both are guarded by mutex_.
+    mutable std::optional<uid_t> user_;
+    mutable std::string userName_;
 };
 
 }  // namespace install::cpputil

@@ -19,47 +19,54 @@ template <typename Unit>
 constexpr std::uint64_t non_ascii_bits = sizeof(Unit) == 1 ? 0x8080'8080'8080'8080U
                                                            : 0xFF80'FF80'FF80'FF80U;
 
-/// Appends the longest run of whole words of ASCII that \p from begins with to \p result and
-/// returns its length. Nearly all that an installer handles is ASCII, and a word at a time is
-/// several times as fast as decoding it.
-template <typename From, typename To>
-std::size_t append_ascii_words(std::basic_string_view<From> from, std::basic_string<To>& result) {
-    constexpr std::size_t units = sizeof(std::uint64_t) / sizeof(From);
+/// Returns the length of the longest run of whole words of ASCII that \p text begins with. Nearly
+/// all that an installer handles is ASCII, and a word at a time is several times as fast as
+/// decoding it.
+template <typename Unit>
+std::size_t length_in_ascii_words(std::basic_string_view<Unit> text) {
+    constexpr std::size_t units = sizeof(std::uint64_t) / sizeof(Unit);
     std::size_t length = 0;
-    while (from.size() - length >= units) {
+    while (text.size() - length >= units) {
         std::uint64_t word = 0;
-        std::memcpy(&word, from.data() + length, sizeof word);
-        if ((word & non_ascii_bits<From>) != 0) {
+        std::memcpy(&word, text.data() + length, sizeof word);
+        if ((word & non_ascii_bits<Unit>) != 0) {
             break;
         }
         length += units;
     }
-    result.append(from.begin(), from.begin() + static_cast<std::ptrdiff_t>(length));
     return length;
 }
 
-template <typename To, typename From>
-std::basic_string<To> convert(std::basic_string_view<From> from) {
-    std::basic_string<To> result;
-    result.reserve(from.size());
-    auto const* const end = from.data() + from.size();
-    for (auto const* position = from.data(); position != end;) {
-        auto const rest =
-            std::basic_string_view<From>(position, static_cast<std::size_t>(end - position));
-        position += append_ascii_words(rest, result);
-        // Up to the next word: decode at least one character, then try whole words again.
-        if (position == end) {
-            break;
+/// Reads \p text to its end: hands runs of ASCII to \p take_ascii, as views, and other characters,
+/// with some of ASCII among them, to \p take_character, as code points.
+template <typename Unit, typename TakeAscii, typename TakeCharacter>
+void decode(std::basic_string_view<Unit> text, TakeAscii take_ascii, TakeCharacter take_character) {
+    auto const* const end = text.data() + text.size();
+    for (auto const* position = text.data(); position != end;) {
+        auto const offset = static_cast<std::size_t>(position - text.data());
+        if (auto const length = length_in_ascii_words(text.substr(offset)); length != 0) {
+            take_ascii(text.substr(offset, length));
+            position += length;
+            continue;
         }
-        auto const* const start = position;
-        auto const character = utf::utf_traits<From>::decode(position, end);
+        auto const character = utf::utf_traits<Unit>::decode(position, end);
         if (character == utf::illegal || character == utf::incomplete) {
-            throw TextConversionError(std::string("text is not ") + encoding_name<From> +
-                                      ": malformed at offset " +
-                                      std::to_string(start - from.data()));
+            throw TextConversionError(std::string("text is not ") + encoding_name<Unit> +
+                                      ": malformed at offset " + std::to_string(offset));
         }
-        utf::utf_traits<To>::encode(character, std::back_inserter(result));
+        take_character(character);
     }
+}
+
+template <typename To, typename From>
+std::basic_string<To> convert(std::basic_string_view<From> text) {
+    std::basic_string<To> result;
+    result.reserve(text.size());
+    decode(
+        text, [&](auto ascii) { result.append(ascii.begin(), ascii.end()); },
+        [&](auto character) {
+            utf::utf_traits<To>::encode(character, std::back_inserter(result));
+        });
     return result;
 }
 
@@ -71,6 +78,11 @@ TextConversionError::~TextConversionError() = default;
 
 std::u16string TextConversion::fromUtf8(std::string_view text) {
     return convert<char16_t>(text);
+}
+
+void TextConversion::checkUtf8(std::string_view text) {
+    decode(
+        text, [](auto) {}, [](auto) {});
 }
 
 std::string TextConversion::toUtf8(std::u16string_view text) {

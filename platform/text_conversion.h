@@ -34,6 +34,10 @@ public:
     /// \throws TextConversionError if \p text is not UTF-8
     static std::u16string fromUtf8(std::string_view text);
 
+    /// Does nothing but throw what `fromUtf8` would throw for \p text.
+    /// \throws TextConversionError if \p text is not UTF-8
+    static void checkUtf8(std::string_view text);
+
     /// Returns \p text, which is UTF-16, as UTF-8.
     /// \throws TextConversionError if \p text is not UTF-16
     static std::string toUtf8(std::u16string_view text);

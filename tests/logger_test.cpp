@@ -1,0 +1,406 @@
+#include "utilities/logger.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <map>
+#include <random>
+#include <regex>
+#include <thread>
+
+#include "platform/platform_info.h"
+#include "tests/support.h"
+
+namespace install::cpputil::logger {
+namespace {
+
+using namespace testing;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+
+constexpr char const* channel_name = "install::cpputil::logger";
+
+/// Shows each time stamp of \p text as T, so that what is left is known beforehand.
+std::string unstamped(std::string const& text) {
+    static std::regex const stamp(
+        R"(\((Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) \d\d, \d{4} \d\d:\d\d:\d\d\) )");
+    return std::regex_replace(text, stamp, "T ");
+}
+
+/// The messages of a log whose messages have one line each, without their time stamps.
+std::vector<std::string> messages(std::filesystem::path const& log) {
+    constexpr std::string_view stamp = "(Nov 16, 2026 17:22:45) ";
+    std::vector<std::string> result;
+    std::ifstream stream(log);
+    for (std::string line; std::getline(stream, line);) {
+        EXPECT_THAT(line.substr(0, stamp.size()), MatchesRegex("\\(.{3} .., .{4} ..:..:..\\) "));
+        result.push_back(line.substr(std::min(stamp.size(), line.size())));
+    }
+    return result;
+}
+
+class Log : public ::testing::Test {
+protected:
+    Log() { detail::forget_last_destination(); }
+
+    std::u16string name(std::string const& file) const { return utf16(directory_ / file); }
+    std::string content(std::string const& file) const {
+        return unstamped(read_file(directory_ / file));
+    }
+
+    /// The records of the log's channel, with the test's directory shown as D and time stamps as T.
+    std::vector<std::string> records() {
+        std::vector<std::string> result;
+        for (auto const& [severity, text] : sink_->take()) {
+            auto shown = std::to_string(severity) + ":" + unstamped(text);
+            for (auto const path = (directory_ / "").parent_path().native();
+                 shown.find(path) != std::string::npos;) {
+                shown.replace(shown.find(path), path.size(), "D");
+            }
+            result.push_back(shown);
+        }
+        return result;
+    }
+    void record() { sink_.emplace(channel_name); }
+
+    TemporaryDirectory directory_;
+    ScopedVariable temp_{"TMPDIR", directory_ / ""};
+    std::string const fallback_ = "velmora_" + PlatformInfo().userName() + ".log";
+    std::optional<RecordSink> sink_;
+};
+
+TEST_F(Log, FollowsItsDestination) {
+    record();
+    write_file(directory_ / "b", "kept\n");
+    {
+        Logger const outer(name("new/dir//a"));
+        EXPECT_EQ(get_destination().string(), name("new/dir/a"));
+        EXPECT_EQ(read_file(directory_ / "new/dir/a"), "");
+        append_message(u" \u00e9 two\nlines\n");
+        EXPECT_THAT(records(), ElementsAre("4:set destinationD/new/dir/a",
+                                           "4: destination_file.string()=D/new/dir/a",
+                                           "4: msg= \xC3\xA9 two\nlines\n"));
+        {
+            Logger const inner(Path(name("b")));
+            append_message(std::string("in b"));
+            EXPECT_THAT(
+                records(),
+                ElementsAre("4:set destinationD/b",
+                            "4: destination_file.string()=D/new/dir/a ofile.string()=D/b",
+                            "4: msg=Reset destination file log D/new/dir/a to D/b",
+                            "8:flush destination", "4: last_destination_file.string()=D/new/dir/a",
+                            "8:unset destination", "4: destination_file.string()=D/b",
+                            "4: msg=in b"));
+            EXPECT_EQ(detail::get_last_destination().string(), name("new/dir/a"));
+        }
+        EXPECT_EQ(get_destination().string(), u"");
+        EXPECT_EQ(detail::get_last_destination().string(), name("b"));
+        EXPECT_THAT(records(),
+                    ElementsAre("8:flush destination", "4: last_destination_file.string()=D/b",
+                                "8:unset destination"));
+    }
+    EXPECT_THAT(records(), ElementsAre("4:no destination, keep last \"D/b\""));
+    EXPECT_EQ(detail::get_last_destination().string(), name("b"));
+    {
+        Logger const again((directory_ / "b").native());
+        Logger const twice(name("b"));
+        detail::forget_last_destination();
+    }
+    EXPECT_EQ(records().back(), "4:no destination, keep last \"D/b\"");
+    std::string const reset = "T Reset destination file log " + (directory_ / "").native();
+    EXPECT_EQ(content("new/dir/a"), "T  \xC3\xA9 two\nlines\n\n" + reset + "new/dir/a to " +
+                                        (directory_ / "b\n").native());
+    EXPECT_EQ(content("b"), "kept\nT in b\n" + reset + "b to " + (directory_ / "b\n").native());
+    EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_));
+}
+
+TEST_F(Log, FallsBackToTheFileOfTheUser) {
+    record();
+    append_message(u"one");
+    append_message(std::string());
+    append_message(std::u16string());
+    EXPECT_THAT(records(),
+                ElementsAre("4: msg=one", "4:failed to open destination_file for u8msg T one",
+                            "4: msg=", "4: msg="));
+    for (auto const& [user, file] : std::map<uid_t, std::string>{
+             {65534, "velmora_nobody.log"}, {3'999'999'999U, "velmora_.log"}}) {
+        ScopedUser const other(user);
+        append_message(u"two");
+        EXPECT_EQ(content(::geteuid() == user ? file : fallback_), "T two\n");
+    }
+    append_message(u"three");
+    EXPECT_EQ(content(fallback_), "T one\nT three\n");
+    records();
+    ScopedVariable const unusable("TMPDIR", "/dev/null/none");
+    append_message(u"lost");
+    EXPECT_THAT(records(),
+                ElementsAre("4: msg=lost", "4:failed to open destination_file for u8msg T lost",
+                            "4:failed to open destination_file for u8msg T lost"));
+}
+
+TEST_F(Log, RefusesDestinationsThatCannotBeMade) {
+    write_file(directory_ / "file", "");
+    std::filesystem::create_directory(directory_ / "closed");
+    std::filesystem::permissions(directory_ / "closed", std::filesystem::perms::none);
+    std::string const folder = "directory", file = "file";
+    struct {
+        std::string destination, kind, named;
+    } const rows[] = {
+        {"", file, ""},
+        {directory_ / "", file, directory_ / ""},
+        {directory_ / "file/below/x", folder, directory_ / "file/below"},
+        {directory_ / "closed/x", file, directory_ / "closed/x"},
+        {directory_ / "closed/below/x", folder, directory_ / "closed/below"},
+        {"/proc/none", file, "/proc/none"},
+    };
+    write_file(directory_ / "log", "");
+    std::filesystem::permissions(directory_ / "log", std::filesystem::perms::all);
+    ScopedUser const user;
+    for (auto const& row : rows) {
+        auto const make = [&] { Logger const refused(row.destination); };
+        std::string const error = "Install Logger: Cannot " +
+                                  (row.kind == file ? std::string("open ") : "create ") + row.kind +
+                                  " \"" + row.named + "\"";
+        EXPECT_EQ(error_text<std::runtime_error>(make), error);
+        EXPECT_EQ(get_destination().string(), u"");
+        EXPECT_FALSE(std::filesystem::exists(directory_ / "velmora_nobody.log"));
+
+        Logger const log(name("log"));
+        record();
+        EXPECT_EQ(error_text<std::runtime_error>(make), error);
+        EXPECT_EQ(get_destination().string(), name("log"));
+        EXPECT_EQ(messages(directory_ / "log").back(), "Unable to create specified " +
+                                                           (row.kind == file ? file : "folder") +
+                                                           " for installation log " + row.named);
+        auto const told = sink_->take();
+        EXPECT_EQ(told.front().second, "set destination" + row.destination);
+        EXPECT_EQ(told.back(), Records::value_type(4, "set destination:" + error));
+        sink_.reset();
+    }
+    EXPECT_THAT(messages(directory_ / "log"), ::testing::SizeIs(std::size(rows)));
+    EXPECT_THROW(Logger(std::u16string(u"a\0b", 3)), std::invalid_argument);
+    EXPECT_THROW(Logger(std::string("\xFF")), TextConversionError);
+}
+
+TEST_F(Log, CopiesFiles) {
+    for (auto const& [file, copied] : std::map<std::string, std::string>{
+             {"", ""},
+             {"a", "a\n"},
+             {"a\n", "a\n"},
+             {"\n\r\n \xE2\x82\xAC\r\nx", "\n\r\n \xE2\x82\xAC\r\nx\n"},
+             {"a\n\n\nb", "a\n\n\nb\n"}}) {
+        Logger const log(name("log"));
+        write_file(directory_ / "file", file);
+        append_file(name("file"));
+        append_file(TextConversion::toUtf8(name("file")));
+        append_file(Path(name("file")));
+        auto const path = (directory_ / "file\n").native();
+        auto const entry = "T Content of the file " + path + copied + "End of the file " + path;
+        EXPECT_EQ(content("log"), entry + entry + entry);
+        std::filesystem::remove(directory_ / "log");
+    }
+    // A name in its own form, not the system's, and the records.
+    Logger const log(name("log"));
+    write_file(directory_ / "file", "a\n\nb");
+    record();
+    append_file(name("") + u"/file");
+    EXPECT_THAT(records(),
+                ElementsAre("4: line=a", "4: line=", "4: line=b",
+                            "4: msg=Content of the file D//file\na\n\nb\nEnd of the file D//file"));
+}
+
+TEST_F(Log, RefusesFilesThatItCannotCopy) {
+    write_file(directory_ / "file", "a\n");
+    std::filesystem::permissions(directory_ / "file", std::filesystem::perms::none);
+    record();
+    auto const copy = [&](std::string const& file) {
+        return [this, file] { append_file(name(file)); };
+    };
+    EXPECT_EQ(error_text<std::runtime_error>(copy("none")),
+              "Logger destination was not initialized.");
+    EXPECT_THAT(records(), ElementsAre("8:append_file: The output file destination is not set."));
+    Logger const log(name("log"));
+    records();
+    EXPECT_EQ(error_text<std::runtime_error>(copy("none")), "The file does not exist.");
+    EXPECT_THAT(records(), ElementsAre("8:append_file: The file does not exist."));
+    ScopedUser const user;
+    EXPECT_EQ(error_text<std::runtime_error>(copy("file")), "append_file: Cannot open file.");
+    EXPECT_EQ(error_text<std::runtime_error>(copy("")), "append_file: Cannot open file.");
+    EXPECT_THAT(records(), IsEmpty());
+    EXPECT_EQ(content("log") + content(fallback_), "");
+}
+
+TEST_F(Log, TakesNothingButText) {
+    write_file(directory_ / "file", "good\n\xC3(\n");
+    Logger const log(name("log"));
+    for (bool const recorded : {false, true}) {
+        if (recorded) {
+            record();
+        }
+        EXPECT_THROW(append_message(u"half a pair \xD800"), TextConversionError);
+        EXPECT_THROW(append_message(std::string("\xED\xA0\x80")), TextConversionError);
+        EXPECT_THROW(append_file(name("file")), TextConversionError);
+        EXPECT_EQ(content("log"), recorded ? "T next\n" : "");
+        append_message(u"next");
+    }
+    EXPECT_THAT(records(), ElementsAre("4: line=good", "4: line=\xC3(", "4: msg=next"));
+}
+
+TEST_F(Log, SurvivesWhatHappensToItsFile) {
+    Logger const log(name("dir/log"));
+    append_message(u"one");
+    std::filesystem::rename(directory_ / "dir/log", directory_ / "rotated");
+    append_message(u"two");
+    std::filesystem::remove(directory_ / "dir/log");
+    append_message(u"three");
+    EXPECT_EQ(content("rotated") + content("dir/log"), "T one\nT three\n");
+    std::filesystem::remove_all(directory_ / "dir");
+    record();
+    append_message(u"lost");
+    EXPECT_THAT(records(),
+                ElementsAre("4: msg=lost", "4:failed to open destination_file for u8msg T lost"));
+    EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_));
+    std::filesystem::create_directory(directory_ / "dir");
+    append_message(u"four");
+    EXPECT_EQ(content("dir/log"), "T four\n");
+    // A full disk, whose cause goes away.
+    std::filesystem::remove(directory_ / "dir/log");
+    std::filesystem::create_symlink("/dev/full", directory_ / "dir/log");
+    append_message(u"lost");
+    std::filesystem::remove(directory_ / "dir/log");
+    append_message(u"five");
+    EXPECT_EQ(content("dir/log"), "T five\n");
+}
+
+TEST_F(Log, TakesEveryMessageOfEveryThreadOnce) {
+    constexpr int threads = 8;
+    constexpr int count = 10'000;
+    std::atomic<int> running = threads;
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer != threads; ++writer) {
+        writers.emplace_back([&running, writer] {
+            for (int number = 0; number != count; ++number) {
+                append_message(std::to_string(writer) + " " + std::to_string(number));
+            }
+            --running;
+        });
+    }
+    int changes = 0;
+    for (; running != 0 || changes < 2; ++changes) {
+        Logger const log(name(changes % 2 == 0 ? "a" : "b"));
+    }
+    for (auto& writer : writers) {
+        writer.join();
+    }
+    std::map<std::string, int> seen;
+    for (std::string const file : {"a", "b", fallback_.c_str()}) {
+        for (auto const& message : messages(directory_ / file)) {
+            ++seen[message];
+        }
+    }
+    EXPECT_EQ(seen.size(), static_cast<std::size_t>(threads) * count);
+    for (auto const& [message, times] : seen) {
+        ASSERT_EQ(times, 1) << message;
+    }
+}
+
+/// Runs \p work in a child process, which ends without running anything else.
+pid_t in_child(std::function<void()> const& work) {
+    pid_t const child = ::fork();
+    if (child == 0) {
+        work();
+        ::_exit(0);
+    }
+    return child;
+}
+
+int wait_for(pid_t child) {
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return status;
+}
+
+TEST_F(Log, KeepsEntriesOfProcessesApart) {
+    constexpr int processes = 8;
+    constexpr int count = 200;
+    std::vector<pid_t> children;
+    for (int process = 0; process != processes; ++process) {
+        children.push_back(in_child([this, process] {
+            Logger const log(name("log"));
+            std::mt19937 random(static_cast<unsigned>(process));
+            for (int number = 0; number != count; ++number) {
+                append_message(std::string(1 + random() % 65536, static_cast<char>('a' + process)));
+            }
+        }));
+    }
+    for (auto const child : children) {
+        EXPECT_EQ(wait_for(child), 0);
+    }
+    auto const entries = messages(directory_ / "log");
+    EXPECT_EQ(entries.size(), static_cast<std::size_t>(processes) * count);
+    for (auto const& entry : entries) {
+        ASSERT_EQ(entry.find_first_not_of(entry.front()), std::string::npos);
+    }
+}
+
+TEST_F(Log, LosesNoReturnedEntryToACrash) {
+    std::mt19937 random(1);
+    for (int round = 0; round != 50; ++round) {
+        int returned[2];
+        ASSERT_EQ(::pipe(returned), 0);
+        pid_t const child = in_child([&] {
+            Logger const log(name("log"));
+            for (int number = 0;; ++number) {
+                append_message(std::to_string(number));
+                if (::write(returned[1], &number, sizeof number) < 0) {
+                    return;
+                }
+            }
+        });
+        ::close(returned[1]);
+        int last = -1;
+        auto const enough = static_cast<int>(random() % 500);
+        while (last<enough&& ::read(returned[0], &last, sizeof last)> 0) {}
+        ::kill(child, SIGKILL);
+        while (::read(returned[0], &last, sizeof last) > 0) {}
+        ::close(returned[0]);
+        EXPECT_TRUE(WIFSIGNALED(wait_for(child)));
+        auto const entries = messages(directory_ / "log");
+        ASSERT_GT(entries.size(), static_cast<std::size_t>(last));
+        for (std::size_t number = 0; number != entries.size(); ++number) {
+            ASSERT_EQ(entries[number], std::to_string(number));
+        }
+        ASSERT_EQ(read_file(directory_ / "log").back(), '\n');
+        std::filesystem::remove(directory_ / "log");
+    }
+}
+
+TEST_F(Log, LeavesNoDescriptorOpen) {
+    auto const descriptors = [] {
+        std::filesystem::directory_iterator const open("/proc/self/fd");
+        return std::distance(begin(open), end(open));
+    };
+    write_file(directory_ / "malformed", "\xFF");
+    auto const before = descriptors();
+    for (int round = 0; round != 10'000; ++round) {
+        append_message(u"to the fallback");
+        EXPECT_THROW(Logger(Path(u"/proc/none")), std::runtime_error);
+        EXPECT_THROW(Logger const log{Path()}, std::runtime_error);
+        Logger const log(name("log"));
+        append_message(u"to the log");
+        EXPECT_THROW(append_file(name("none")), std::runtime_error);
+        EXPECT_THROW(append_file(u"/"), std::runtime_error);
+        EXPECT_THROW(append_file(name("malformed")), TextConversionError);
+        EXPECT_THROW(append_message(u"\xD800"), TextConversionError);
+        append_file(u"/dev/null");
+    }
+    EXPECT_EQ(descriptors(), before);
+}
+
+}  // namespace
+}  // namespace install::cpputil::logger
