@@ -24,8 +24,15 @@ install(FILES
   ${PROJECT_BINARY_DIR}/install_cpputil-config-version.cmake
   DESTINATION ${package_directory})
 
-# A full path may be given for either directory; otherwise they are relative to the prefix, and the
-# pkg-config file keeps them so, since a tree can be installed in one place and moved to another.
+# The pkg-config file finds the rest of the tree from where it stands itself, since a tree may be
+# installed under another prefix than the one configured, or moved. Only full paths stay as they are.
+set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(pkgconfig_prefix "${CMAKE_INSTALL_PREFIX}")
+else()
+  file(RELATIVE_PATH prefix_from_pkgconfig /${pkgconfig_directory} /)
+  set(pkgconfig_prefix "\${pcfiledir}/${prefix_from_pkgconfig}")
+endif()
 foreach(directory LIBDIR INCLUDEDIR)
   if(IS_ABSOLUTE "${CMAKE_INSTALL_${directory}}")
     set(pkgconfig_${directory} "${CMAKE_INSTALL_${directory}}")
@@ -35,4 +42,4 @@ foreach(directory LIBDIR INCLUDEDIR)
 endforeach()
 configure_file(cmake/install_cpputil.pc.in ${PROJECT_BINARY_DIR}/install_cpputil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/install_cpputil.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${pkgconfig_directory})

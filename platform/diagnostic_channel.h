@@ -25,7 +25,9 @@ enum class Severity : int {
 /// nobody configured stays silent. To see its records, register a sink with the core and switch the
 /// channel on:
 ///
-///     boost::log::add_console_log(std::cerr, keywords::format = expr::smessage);
+///     namespace log = boost::log;
+///     log::add_console_log(std::cerr, log::keywords::format = log::expressions::stream
+///                                                             << log::expressions::smessage);
 ///     DiagnosticChannel::setEnabledSeverities("install::cpputil::logger", 4 | 8);
 ///
 /// \par Thread safety
@@ -50,9 +52,10 @@ public:
     }
 
     /// Writes one record of \p pieces where the mask has the bit of \p severity and the logging
-    /// core is enabled; does nothing otherwise. \throws TextConversionError if a piece is malformed
-    /// UTF-16; no record is written then \throws whatever a sink of the logging core throws, unless
-    /// the core has an exception handler
+    /// core is enabled; does nothing otherwise.
+    /// \throws TextConversionError if a piece is malformed UTF-16; no record is written then
+    /// \throws whatever a sink of the logging core throws, unless the core has an exception
+    ///     handler
     void write(Severity severity, std::initializer_list<Piece> pieces) {
         if (isEnabled(severity)) {
             push(severity, pieces);
@@ -60,8 +63,8 @@ public:
     }
 
     /// Sets the mask of the channel named \p channel to \p mask, a sum of `Severity` values; 0 is
-    /// off. \throws std::invalid_argument if there is no such channel; the text names those there
-    /// are
+    /// off.
+    /// \throws std::invalid_argument if there is no such channel; the text names those there are
     static void setEnabledSeverities(std::string const& channel, unsigned mask);
 
 private:

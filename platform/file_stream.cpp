@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace install::cpputil {
 namespace {
@@ -29,7 +30,8 @@ int open_file(Path const& path, int flags) noexcept {
     if (path.string().empty()) {
         return no_descriptor;
     }
-    return retry([&] { return ::open(path.narrowName().c_str(), flags | O_CLOEXEC, mode); });
+    return retry(
+        [&] { return ::open(path.narrowName().c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); });
 }
 
 void close_file(int descriptor) noexcept {
@@ -78,8 +80,11 @@ bool InputFileStream::readLine(std::string_view& line) {
 }
 
 /// Reads what the system has next behind the unread bytes, which move to the buffer's start. A line
-/// that fills the buffer doubles it. Returns false at the end of the file and when the read fails.
+/// that fills the buffer doubles it. Returns false when nothing came, for good.
 bool InputFileStream::fill() {
+    if (atEnd_) {
+        return false;
+    }
     auto const unread = end_ - begin_;
     if (unread == capacity_) {
         auto const capacity = std::max(initial_capacity, 2 * capacity_);
@@ -90,15 +95,12 @@ bool InputFileStream::fill() {
     } else {
         std::memmove(buffer_.get(), buffer_.get() + begin_, unread);
     }
-    begin_ = 0;
-    end_ = unread;
     auto const count =
-        retry([&] { return ::read(descriptor_, buffer_.get() + end_, capacity_ - end_); });
-    if (count <= 0) {
-        return false;
-    }
-    end_ += static_cast<std::size_t>(count);
-    return true;
+        retry([&] { return ::read(descriptor_, buffer_.get() + unread, capacity_ - unread); });
+    atEnd_ = count <= 0;
+    begin_ = 0;
+    end_ = unread + (atEnd_ ? 0 : static_cast<std::size_t>(count));
+    return !atEnd_;
 }
 
 std::int64_t InputFileStream::endPosition() noexcept {

@@ -49,6 +49,8 @@ private:
     // Bytes that were read and not yet handed out: from begin_ up to end_.
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
+    // Set by the first read that finds the end or fails; nothing is read after it.
+    bool atEnd_ = false;
 };
 
 /// A file open for appending; made, with mode 0666 under the umask, where it is missing. Owns one

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "platform/text_conversion.h"
 
@@ -13,7 +14,7 @@ namespace {
 
 constexpr char16_t separator = u'/';
 
-std::mutex install_root_mutex;
+constinit std::mutex install_root_mutex;
 /// What the installer named; empty while it named nothing. Guarded by install_root_mutex.
 Path install_root;
 

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 #include <type_traits>
 #include <utility>
@@ -30,7 +31,9 @@ std::optional<std::string> look_up_name(uid_t user) {
     int error = 0;
     while ((error = ::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found)) == ERANGE ||
            error == EINTR) {
-        buffer.resize(2 * buffer.size());
+        if (error == ERANGE) {
+            buffer.resize(2 * buffer.size());
+        }
     }
     if (found != nullptr) {
         return entry.pw_name;
@@ -60,11 +63,17 @@ std::string PlatformInfo::currentTime(std::string const& pattern) const {
 }
 
 std::string PlatformInfo::formatTime(std::time_t time, std::string const& pattern) {
+    if (pattern.find('\0') != std::string::npos) {
+        throw std::invalid_argument("a time pattern must not hold a NUL");
+    }
     std::tm local = {};
     if (::localtime_r(&time, &local) == nullptr) {
         throw std::system_error(errno, std::generic_category(), "local time");
     }
     Locale const locale(::newlocale(LC_ALL_MASK, "C", nullptr));
+    if (locale == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "locale C");
+    }
     // strftime gives 0 both for an empty text and for a buffer that is too small; with one
     // character more, a text is never empty.
     auto const terminated = pattern + '.';

@@ -23,12 +23,13 @@ public:
     /// server behind the network.
     std::string userName() const;
 
-    /// Returns the current local time in the form of \p pattern; see `formatTime`.
+    /// Returns the current local time in the form of \p pattern, as `formatTime` does.
     std::string currentTime(std::string const& pattern) const;
 
     /// Returns \p time as local time in the form of \p pattern, a pattern of strftime. Names of
-    /// months and days are English whatever the process's locale. \throws std::system_error if \p
-    /// time has no local time
+    /// months and days are English whatever the process's locale.
+    /// \throws std::system_error if \p time has no local time
+    /// \throws std::invalid_argument if \p pattern holds a NUL
     static std::string formatTime(std::time_t time, std::string const& pattern);
 
 private:

@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sys/stat.h>
 
 #include <ctime>
 #include <limits>
+#include <thread>
 
+#include "platform/file_stream.h"
 #include "platform/file_system_service.h"
 #include "platform/platform_info.h"
-#include "platform/system_locale_service.h"
 #include "tests/support.h"
 
 namespace install::cpputil {
@@ -94,7 +96,7 @@ TEST(FileSystemService, TellsParents) {
     EXPECT_EQ(FileSystemService::concatenatePath(Path(), u"b").string(), u"b");
 }
 
-TEST(FileSystemService, KnowsItsDirectories) {
+TEST(FileSystemService, KnowsTheDirectoryForTemporaryFiles) {
     for (auto const& [value, expected] :
          std::initializer_list<std::pair<std::optional<std::string>, std::u16string>>{
              {std::nullopt, u"/tmp"},
@@ -106,42 +108,58 @@ TEST(FileSystemService, KnowsItsDirectories) {
         ScopedVariable const variable("TMPDIR", value);
         EXPECT_EQ(FileSystemService::tempDirectory(), expected) << ::testing::PrintToString(value);
     }
-    auto const own = utf16(std::filesystem::canonical("/proc/self/exe").parent_path());
-    EXPECT_EQ(FileSystemService::installRoot(), own);
-    FileSystemService::setInstallRoot(u"/opt//app");
-    EXPECT_THROW(FileSystemService::setInstallRoot(u"\xD800"), TextConversionError);
-    EXPECT_EQ(FileSystemService::installRoot(), u"/opt/app");
-    FileSystemService::setInstallRoot(u"");
-    EXPECT_EQ(FileSystemService::installRoot(), own);
 }
 
-TEST(SystemLocaleService, ReadsTheSettingOfMessages) {
-    struct {
-        std::optional<std::string> all, messages, lang;
-        std::string language, region;
-    } const rows[] = {
-        {std::nullopt, std::nullopt, std::nullopt, "en", "US"},
-        {"", "", "", "en", "US"},
-        {std::nullopt, std::nullopt, "de_AT.UTF-8@euro", "de", "AT"},
-        {std::nullopt, "fr_CA", "de_AT", "fr", "CA"},
-        {"", "fr@x", "de_AT", "fr", ""},
-        {"_CH.utf8", "fr_CA", "de_AT", "", "CH"},
-        {"C.UTF-8", "fr_CA", "de_AT", "en", "US"},
-        {"POSIX", "fr_CA", "de_AT", "en", "US"},
-        {"sr_RS@latin", std::nullopt, std::nullopt, "sr", "RS"},
-        {".UTF-8", "fr_CA", "de_AT", "", ""},
+// Whoever reads on behind the end of a pipe takes another writer's lines for the same file's.
+TEST(InputFileStream, EndsForGood) {
+    TemporaryDirectory const directory;
+    ASSERT_EQ(::mkfifo((directory / "pipe").c_str(), 0600), 0);
+    auto const writer_of = [&](char const* text) {
+        return std::thread([&directory, text] { write_file(directory / "pipe", text); });
     };
-    for (auto const& row : rows) {
-        ScopedVariable const all("LC_ALL", row.all);
-        ScopedVariable const messages("LC_MESSAGES", row.messages);
-        ScopedVariable const lang("LANG", row.lang);
-        SystemLocaleService const locale(SystemLocaleService::Category::messages);
-        EXPECT_EQ(locale.language() + "|" + locale.region(), row.language + "|" + row.region);
+    auto writer = writer_of("a=1\nb");
+    InputFileStream stream(Path(utf16(directory / "pipe")));
+    writer.join();
+    std::string_view line;
+    EXPECT_TRUE(stream.readLine(line) && line == "a=1");
+    EXPECT_TRUE(stream.readLine(line) && line == "b");
+    writer = writer_of("other");
+    writer.join();
+    EXPECT_FALSE(stream.readLine(line)) << line;
+}
+
+// Signals and the pipe's size make the system take the text in parts.
+TEST(OutputFileStream, WritesAllOfAText) {
+    TemporaryDirectory const directory;
+    ASSERT_EQ(::mkfifo((directory / "pipe").c_str(), 0600), 0);
+    std::string const text = std::string(3'000'000, 'x') + "\n";
+    std::string read;
+    std::thread reader([&] { read = read_file(directory / "pipe"); });
+    {
+        OutputFileStream stream(Path(utf16(directory / "pipe")));
+        FrequentSignals const signals;
+        stream.write(text);
     }
+    reader.join();
+    EXPECT_TRUE(read == text) << read.size();
+}
+
+TEST(FileStreams, AreNotInheritedByPrograms) {
+    TemporaryDirectory const directory;
+    Path const path(utf16(directory / "file"));
+    auto const mask = ::umask(027);
+    OutputFileStream const output(path);
+    ::umask(mask);
+    InputFileStream const input(path);
+    ASSERT_TRUE(input.isOpen() && output.isOpen());
+    EXPECT_EQ(std::filesystem::status(directory / "file").permissions(),
+              std::filesystem::perms(0640));
+    auto const listing = "ls -l /proc/self/fd | grep -q " + (directory / "file").native();
+    EXPECT_EQ(WEXITSTATUS(std::system(listing.c_str())), 1);
 }
 
 TEST(PlatformInfo, FormatsLocalTime) {
-    ScopedVariable const zone("TZ", "XYZ-5:30");
+    std::optional<ScopedVariable> zone(std::in_place, "TZ", "XYZ-5:30");
     ::tzset();
     std::time_t const time = 1772508907;  // 3 March 2026, 3:35:07 in universal time
     EXPECT_EQ(PlatformInfo::formatTime(time, "%b %d, %Y %H:%M:%S"), "Mar 03, 2026 09:05:07");
@@ -151,6 +169,9 @@ TEST(PlatformInfo, FormatsLocalTime) {
               std::string(300, 'x') + "26");
     EXPECT_THROW(PlatformInfo::formatTime(std::numeric_limits<std::time_t>::max(), "%Y"),
                  std::system_error);
+    EXPECT_THROW(PlatformInfo::formatTime(time, std::string("%Y\0", 3)), std::invalid_argument);
+    zone.reset();
+    ::tzset();
     auto const before = std::time(nullptr);
     auto const now = std::stoll(PlatformInfo().currentTime("%s"));
     EXPECT_TRUE(before <= now && now <= std::time(nullptr)) << now;
@@ -160,12 +181,11 @@ TEST(PlatformInfo, NamesTheEffectiveUser) {
     PlatformInfo const info;
     EXPECT_EQ(info.userName(), ::getpwuid(::geteuid())->pw_name);
     if (::geteuid() == 0) {
-        ScopedUser const user;
-        EXPECT_EQ(info.userName(), "nobody");
-    }
-    if (::geteuid() == 0) {
-        ScopedUser const user(3'999'999'999U);
-        EXPECT_EQ(info.userName(), "");
+        for (auto const& [user, name] :
+             {std::pair(ScopedUser::nobody, "nobody"), {ScopedUser::nameless, ""}, {0U, "root"}}) {
+            ScopedUser const other(user);
+            EXPECT_EQ(info.userName(), name);
+        }
     }
 }
 

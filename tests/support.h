@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/time.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/make_shared.hpp>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -44,7 +46,16 @@ public:
     }
     TemporaryDirectory(TemporaryDirectory const&) = delete;
     TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
-    ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
+    ~TemporaryDirectory() {
+        // Without its permissions, only root could remove what a test has locked.
+        std::filesystem::permissions(path_, std::filesystem::perms::all);
+        for (auto const& entry : std::filesystem::recursive_directory_iterator(path_)) {
+            if (entry.symlink_status().type() == std::filesystem::file_type::directory) {
+                std::filesystem::permissions(entry, std::filesystem::perms::all);
+            }
+        }
+        std::filesystem::remove_all(path_);
+    }
 
     std::filesystem::path operator/(std::string const& name) const { return path_ / name; }
 
@@ -59,6 +70,19 @@ inline void write_file(std::filesystem::path const& path, std::string_view conte
 inline std::string read_file(std::filesystem::path const& path) {
     std::ifstream stream(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// The messages of a log whose messages have one line each, without their time stamps.
+inline std::vector<std::string> messages(std::filesystem::path const& log) {
+    constexpr std::size_t stamp = std::string_view("(Nov 16, 2026 17:22:45) ").size();
+    std::vector<std::string> result;
+    std::ifstream stream(log);
+    for (std::string line; std::getline(stream, line);) {
+        EXPECT_TRUE(line.size() > stamp && line[0] == '(' && line.substr(stamp - 2, 2) == ") ")
+            << line;
+        result.push_back(line.substr(std::min(stamp, line.size())));
+    }
+    return result;
 }
 
 /// Gives an environment variable a value, or none, and puts the earlier one back.
@@ -83,11 +107,12 @@ private:
     std::optional<std::string> earlier_;
 };
 
-/// Makes the process act as another user, since permissions mean nothing to root. Tests that are
-/// not run by root are bound by permissions as they are.
+/// Makes the process act as another user, since permissions mean nothing to root. Whoever else runs
+/// the tests is bound by permissions as it is.
 class ScopedUser {
 public:
     static constexpr uid_t nobody = 65534;
+    static constexpr uid_t nameless = 60123;
 
     explicit ScopedUser(uid_t user = nobody) : earlier_(::geteuid()) {
         if (earlier_ == 0 && ::seteuid(user) != 0) {
@@ -104,6 +129,31 @@ public:
 
 private:
     uid_t earlier_;
+};
+
+/// Sends the process a signal every few milliseconds; its handler lets system calls be broken off.
+class FrequentSignals {
+public:
+    FrequentSignals() {
+        struct sigaction action = {};
+        action.sa_handler = [](int) { count = count + 1; };
+        ::sigaction(SIGALRM, &action, &earlier_);
+        itimerval const often = {{0, 5'000}, {0, 5'000}};
+        ::setitimer(ITIMER_REAL, &often, nullptr);
+    }
+    FrequentSignals(FrequentSignals const&) = delete;
+    FrequentSignals& operator=(FrequentSignals const&) = delete;
+    ~FrequentSignals() {
+        itimerval const never = {};
+        ::setitimer(ITIMER_REAL, &never, nullptr);
+        ::sigaction(SIGALRM, &earlier_, nullptr);
+    }
+
+    /// How many have come.
+    static inline volatile std::sig_atomic_t count = 0;
+
+private:
+    struct sigaction earlier_ = {};
 };
 
 /// Severities and texts of diagnostic records.

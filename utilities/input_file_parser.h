@@ -34,11 +34,10 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 /// line feed, carriage return, horizontal and vertical tab and form feed. Empty lines and lines
 /// that begin with "#" are skipped. What remains has one of these forms:
 ///
-/// | Form         | Recognised by                        | Key                   | Value |
-/// |--------------|--------------------------------------|-----------------------|-------|
-/// | assignment   | "="                                  | before the first "="  | the text after
-/// the run of "=", which may be empty | | product line | "product" in lower case, and no "="  |
-/// before the first "."  | the list of all names up to this line |
+/// - An assignment holds "=". Its key is the text before the first "=", its value the text after the
+///   run of "=" that begins there, which may be empty.
+/// - A product line holds "product", in small letters, and no "=". Its key is the text before the
+///   first ".", its value the list of the names on all product lines up to this one.
 ///
 /// In keys, the capitals A to Z become small letters. The name on a product line is the text after
 /// the first run of ".", with a space for every "_"; the names of all product lines form one list,
@@ -66,8 +65,8 @@ public:
 
     /// Returns the entries of \p text, UTF-8 lines that are each ended by a line feed: text after
     /// the last line feed is not read, and "#" means nothing here. Takes time and memory in
-    /// proportion to \p text and to the map that comes of it. \throws TextConversionError if a key,
-    /// value or name is not UTF-8
+    /// proportion to \p text and to the map that comes of it.
+    /// \throws TextConversionError if a key, value or name is not UTF-8
     PropertyMap convertInputsToPropertyMap(std::string const& text);
 
     /// Makes \p value the value of \p key in \p map, in place of any earlier one. No other thread
@@ -78,8 +77,8 @@ public:
     void removeUnderscores(std::u16string& text);
 
     /// Returns the lines of the file at \p path that are neither empty nor comments, in the file's
-    /// order and its own bytes, each trimmed and followed by one line feed. The text is empty where
-    /// the file exists but cannot be opened for reading; a read that fails ends the file.
+    /// order and its own bytes, each trimmed and followed by one line feed. The text is empty
+    /// where the file exists but cannot be opened for reading; a read that fails ends the file.
     /// \throws std::runtime_error "input file does not exist!" if there is no such file, or \p path
     ///     is empty; other exceptions for \p path as `parse`
     std::string getUserInputsFromFile(std::u16string const& path) const;
