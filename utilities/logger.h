@@ -51,10 +51,10 @@ inline constexpr char16_t reset_destination_message[] = u"Reset destination file
 class INSTALL_CPPUTIL_EXPORT Logger {
 public:
     /// Makes \p file the destination. Missing directories above it and the file itself are made;
-    /// what the file holds stays. A destination that was set before gets an entry that tells of the
-    /// change, or of the failure to make it. \throws std::runtime_error if a directory cannot be
-    /// made or the file not be opened for
-    ///     appending; its text names the directory or the file, and the destination stays as it was
+    /// what the file holds stays. A destination that was set before gets an entry that tells of
+    /// the change, or of the failure to make it.
+    /// \throws std::runtime_error if a directory cannot be made or the file not be opened for
+    ///     appending; its text names the one or the other, and the destination stays as it was
     [[nodiscard]] explicit Logger(Path const& file);
 
     /// As above; \p file is UTF-16.
@@ -84,8 +84,7 @@ INSTALL_CPPUTIL_EXPORT void append_message(std::string const& message);
 /// Appends the whole file at \p path, UTF-16, to the destination as one entry: a line that names
 /// the file, its lines, and a line that names it again. The file is held in memory meanwhile.
 /// \throws std::runtime_error if no destination is set, there is no such file, or it cannot be
-/// opened
-///     for reading
+///     opened for reading
 /// \throws TextConversionError if \p path is not UTF-16 or the file not UTF-8
 /// \throws std::invalid_argument if \p path holds a NUL
 /// \throws std::filesystem::filesystem_error if the system will not tell whether the file exists

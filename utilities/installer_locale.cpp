@@ -1,0 +1,20 @@
+#include "utilities/installer_locale.h"
+
+#include "platform/diagnostic_channel.h"
+#include "platform/system_locale_service.h"
+#include "platform/text_conversion.h"
+
+namespace install::cpputil::installer_locale {
+namespace {
+
+// Nothing is written to it yet, but programs may switch it on by its name.
+DiagnosticChannel channel("install::cpputil::InstallerLocale");
+
+}  // namespace
+
+std::u16string getLocale() {
+    SystemLocaleService const locale(SystemLocaleService::Category::messages);
+    return TextConversion::fromUtf8(locale.language() + "_" + locale.region());
+}
+
+}  // namespace install::cpputil::installer_locale
