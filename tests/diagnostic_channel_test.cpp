@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <set>
 #include <thread>
 
@@ -82,16 +83,18 @@ TEST(DiagnosticChannel, IsFoundByItsNameWhileItLives) {
 TEST(DiagnosticChannel, MayBeSwitchedWhileOthersWrite) {
     DiagnosticChannel channel("test");
     RecordSink sink("test");
-    constexpr int count = 2000;
+    std::atomic<bool> stop = false;
     std::thread writer([&] {
-        for (int number = 0; number != count; ++number) {
+        for (bool last = false; !last;) {
+            last = stop;
             channel.write(Severity::details, {"from one thread ", u"16", true});
         }
     });
-    for (unsigned round = 0; round != count; ++round) {
-        DiagnosticChannel::setEnabledSeverities("test", round % 2 == 0 ? 8 : 4);
+    for (unsigned round = 0; round != 2000; ++round) {
+        DiagnosticChannel::setEnabledSeverities("test", round % 2 == 0 ? 8 : 4 | 8);
         channel.write(Severity::changes, {"from the other ", u"16", false});
     }
+    stop = true;
     writer.join();
     auto const records = sink.take();
     EXPECT_THAT(
