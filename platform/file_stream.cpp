@@ -104,7 +104,10 @@ bool InputFileStream::fill() {
 }
 
 std::int64_t InputFileStream::endPosition() noexcept {
-    return ::lseek(descriptor_, 0, SEEK_END);
+    auto const position = ::lseek(descriptor_, 0, SEEK_CUR);
+    auto const end = ::lseek(descriptor_, 0, SEEK_END);
+    ::lseek(descriptor_, position, SEEK_SET);
+    return end;
 }
 
 OutputFileStream::OutputFileStream(Path const& path)

@@ -35,9 +35,9 @@ public:
     /// \throws std::bad_alloc if a line does not fit into memory
     bool readLine(std::string_view& line);
 
-    /// Returns the position of the file's end, in bytes: its size. -1 for what has no positions,
-    /// such as a pipe, and for a stream that is not open. Lines are not to be read any more after
-    /// that.
+    /// Returns the position of the file's end, in bytes: its size, which may not be known before it
+    /// is read (0 for entries of /proc). -1 for what has no positions, such as a pipe, and for a
+    /// stream that is not open.
     std::int64_t endPosition() noexcept;
 
 private:

@@ -1,10 +1,14 @@
 #include "platform/file_system_service.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "platform/text_conversion.h"
@@ -25,7 +29,15 @@ std::u16string_view without_trailing_separators(std::u16string_view path) {
 }  // namespace
 
 bool FileSystemService::exists(Path const& path) {
-    return std::filesystem::exists(path.narrowName());
+    struct stat status = {};
+    if (::stat(path.narrowName().c_str(), &status) == 0) {
+        return true;
+    }
+    std::error_code const error(errno, std::generic_category());
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+        return false;
+    }
+    throw std::filesystem::filesystem_error("cannot tell what exists", path.narrowName(), error);
 }
 
 bool FileSystemService::createDirectories(Path const& path) {

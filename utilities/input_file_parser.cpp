@@ -1,6 +1,8 @@
 #include "utilities/input_file_parser.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -13,66 +15,60 @@
 namespace install::cpputil {
 namespace {
 
-constexpr std::string_view blanks = " \n\r\t\f\v";
-
 DiagnosticChannel channel("install::cpputil::InputFileParser");
 
+constexpr bool is_blank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
 std::string_view without_leading_blanks(std::string_view text) {
-    return text.substr(std::min(text.find_first_not_of(blanks), text.size()));
+    auto const first = std::find_if_not(text.begin(), text.end(), is_blank);
+    return text.substr(static_cast<std::size_t>(first - text.begin()));
 }
 
 std::string_view without_trailing_blanks(std::string_view text) {
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
+    auto const last = std::find_if_not(text.rbegin(), text.rend(), is_blank);
+    return text.substr(0, static_cast<std::size_t>(text.rend() - last));
 }
 
 std::string_view trimmed(std::string_view text) {
     return without_trailing_blanks(without_leading_blanks(text));
 }
 
-template <typename Text>
-void lower_ascii_capitals(Text& text) {
-    for (auto& unit : text) {
-        if (unit >= 'A' && unit <= 'Z') {
-            unit = static_cast<typename Text::value_type>(unit - 'A' + 'a');
-        }
-    }
+constexpr char lowered(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 bool isInputLine(std::string_view line) {
     return !line.empty() && line.front() != '#';
 }
 
-/// A line cut in two at the first run of one separator. The value is empty where nothing follows.
+/// The two parts of a line around the first run of one separator, trimmed. `ended` tells whether
+/// nothing follows that run.
 struct Pieces {
     std::string_view key;
     std::string_view value;
+    bool ended;
 };
 
 Pieces split(std::string_view line, char separator) {
     auto const key_end = std::min(line.find(separator), line.size());
     auto const value_start = std::min(line.find_first_not_of(separator, key_end), line.size());
-    return {line.substr(0, key_end), line.substr(value_start)};
+    return {trimmed(line.substr(0, key_end)), trimmed(line.substr(value_start)),
+            value_start == line.size()};
 }
 
-std::u16string key_of(Pieces const& pieces) {
-    auto key = TextConversion::fromUtf8(trimmed(pieces.key));
-    lower_ascii_capitals(key);
-    return key;
-}
-
-std::u16string value_of(Pieces const& pieces) {
-    return TextConversion::fromUtf8(trimmed(pieces.value));
-}
-
-/// Builds a property map line by line.
+/// Gathers the entries of lines, which must outlive it, and makes the map of them at the end.
 ///
-/// Every product line gives its key the list of all names so far. Copying that list at each of them
-/// would take time and memory in the square of their number, although only the last copy for a key
-/// can be seen. So a product line leaves an empty list in the map, which no line can leave
-/// otherwise, and notes how many names there were; the lists that are still there at the end are
-/// filled then.
+/// Only the last line for a key can be seen, so nothing is stored before all are known: copying the
+/// list of products at every product line, as the format has it, would take time and memory in the
+/// square of their number. And entries that come in the order of their keys make a large map several
+/// times as fast.
 class PropertyMapBuilder {
 public:
+    /// \param size  how long all lines together are at most
+    explicit PropertyMapBuilder(std::size_t size) { keys_.reserve(size); }
+
     void add_line(std::string_view line) {
         if (line.find('=') != std::string_view::npos) {
             add_assignment(split(line, '='));
@@ -82,46 +78,76 @@ public:
     }
 
     PropertyMap finish() && {
-        // From the last product line back, so that the first note met for a key is its last one.
-        for (auto note = product_lines_.rbegin(); note != product_lines_.rend(); ++note) {
-            auto* const list = std::get_if<ProductList>(note->value);
-            if (list != nullptr && list->empty()) {
-                list->assign(products_.begin(), products_.begin() + note->product_count);
+        std::sort(entries_.begin(), entries_.end());
+        PropertyMap map;
+        for (auto entry = entries_.begin(); entry != entries_.end(); ++entry) {
+            auto const next = std::next(entry);
+            if (next == entries_.end() || next->key != entry->key) {
+                map.emplace_hint(map.end(), TextConversion::fromUtf8(entry->key), value_of(*entry));
             }
         }
-        return std::move(map_);
+        return map;
     }
 
 private:
-    using ProductList = std::vector<std::u16string>;
+    struct Entry {
+        std::string_view key;
+        std::string_view value;
+        // How many products the list has up to this line; 0 for an assignment.
+        std::size_t product_count;
 
-    struct ProductLine {
-        PropertyValue* value;
-        ProductList::difference_type product_count;
+        /// By keys, and for one key in the order of the lines.
+        bool operator<(Entry const& other) const {
+            auto const order = key.compare(other.key);
+            return order != 0 ? order < 0 : key.data() < other.key.data();
+        }
     };
 
     void add_assignment(Pieces const& pieces) {
-        auto key = key_of(pieces);
-        auto value = value_of(pieces);
-        if (!key.empty() && key != u"product") {
-            map_.insert_or_assign(std::move(key), std::move(value));
+        auto const key = lowered_key(pieces.key);
+        TextConversion::checkUtf8(pieces.value);
+        if (!key.empty() && key != "product") {
+            entries_.push_back({key, pieces.value, 0});
         }
     }
 
     void add_product(Pieces const& pieces) {
-        if (pieces.value.empty()) {
+        if (pieces.ended) {
             return;
         }
-        auto key = key_of(pieces);
-        products_.push_back(value_of(pieces));
-        InputFileParser().removeUnderscores(products_.back());
-        auto const entry = map_.insert_or_assign(std::move(key), ProductList()).first;
-        product_lines_.push_back({&entry->second, std::ssize(products_)});
+        auto const key = lowered_key(pieces.key);
+        TextConversion::checkUtf8(pieces.value);
+        products_.push_back(pieces.value);
+        entries_.push_back({key, pieces.value, products_.size()});
     }
 
-    PropertyMap map_;
-    ProductList products_;
-    std::vector<ProductLine> product_lines_;
+    std::string_view lowered_key(std::string_view text) {
+        TextConversion::checkUtf8(text);
+        auto const start = keys_.size();
+        keys_ += text;
+        auto* const key = keys_.data() + start;
+        std::transform(key, key + text.size(), key, lowered);
+        return std::string_view(keys_).substr(start);
+    }
+
+    PropertyValue value_of(Entry const& entry) const {
+        if (entry.product_count == 0) {
+            return TextConversion::fromUtf8(entry.value);
+        }
+        std::vector<std::u16string> names;
+        names.reserve(entry.product_count);
+        for (std::size_t index = 0; index != entry.product_count; ++index) {
+            InputFileParser().removeUnderscores(
+                names.emplace_back(TextConversion::fromUtf8(products_[index])));
+        }
+        return names;
+    }
+
+    // The keys, one behind the other, in their room for all that there can be: entries refer to it.
+    std::string keys_;
+    std::vector<Entry> entries_;
+    // What the product lines name, in their order.
+    std::vector<std::string_view> products_;
 };
 
 }  // namespace
@@ -131,7 +157,7 @@ PropertyMap InputFileParser::parse(std::u16string const& path) {
 }
 
 PropertyMap InputFileParser::convertInputsToPropertyMap(std::string const& text) {
-    PropertyMapBuilder builder;
+    PropertyMapBuilder builder(text.size());
     std::string_view rest = text;
     for (auto end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
         builder.add_line(rest.substr(0, end));
@@ -182,9 +208,9 @@ std::string InputFileParser::trim(std::string const& text) const {
 }
 
 std::string InputFileParser::stringToLowerCase(std::string const& text) const {
-    auto lowered = text;
-    lower_ascii_capitals(lowered);
-    return lowered;
+    auto result = text;
+    std::transform(result.begin(), result.end(), result.begin(), lowered);
+    return result;
 }
 
 }  // namespace install::cpputil

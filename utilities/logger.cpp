@@ -1,9 +1,12 @@
 #include "utilities/logger.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "platform/diagnostic_channel.h"
@@ -33,6 +36,21 @@ Path last_destination_file;
 /// Knows the user's name, which names the fallback file, and keeps it from entry to entry.
 std::unique_ptr<PlatformInfo const> const platform_info = std::make_unique<PlatformInfo const>();
 
+/// Locks destination_mutex for an entry. Another thread's entry is over sooner than this thread could
+/// be put to sleep and woken, which would leave several threads slower together than one alone.
+std::unique_lock<std::mutex> lock_for_entry() {
+    constexpr int attempts = 50;
+    std::unique_lock lock(destination_mutex, std::try_to_lock);
+    for (int attempt = 0; !lock && attempt != attempts; ++attempt) {
+        std::this_thread::yield();
+        static_cast<void>(lock.try_lock());
+    }
+    if (!lock) {
+        lock.lock();
+    }
+    return lock;
+}
+
 Path destination() {
     std::lock_guard const lock(destination_mutex);
     return destination_file;
@@ -49,13 +67,12 @@ Path fallback_file() {
 }
 
 /// Returns one entry, UTF-8, with the line feed that ends it.
-std::string make_log_line(std::string_view message) {
-    std::string line = "(";
-    line += PlatformInfo().currentTime(log_time_pattern);
-    line += ") ";
-    line += message;
-    line += '\n';
-    return line;
+std::string make_log_line(std::string message) {
+    auto const prefix = '(' + PlatformInfo().currentTime(log_time_pattern) + ") ";
+    message.reserve(prefix.size() + message.size() + 1);
+    message.insert(0, prefix);
+    message += '\n';
+    return message;
 }
 
 void write_line(Path const& file, std::string_view line) {
@@ -69,14 +86,14 @@ void write_line(Path const& file, std::string_view line) {
 }
 
 /// Appends \p message, which is UTF-8 and known to be.
-void append_utf8(std::string_view message) {
+void append_utf8(std::string message) {
     channel.write(Severity::details, {" msg=", message});
     if (message.empty()) {
         return;
     }
     // The time is taken under the lock, so that entries stand in the order of their times.
-    std::lock_guard const lock(destination_mutex);
-    auto const line = make_log_line(message);
+    auto const lock = lock_for_entry();
+    auto const line = make_log_line(std::move(message));
     if (destination_file.string().empty()) {
         write_line(fallback_file(), line);
     }
@@ -194,19 +211,24 @@ void append_file(std::u16string const& path) {
         refuse_file("append_file: The file does not exist.", "The file does not exist.");
     }
     auto const name = TextConversion::toUtf8(path);
-    std::string message = "Content of the file " + name + '\n';
+    auto message = "Content of the file " + name + '\n';
+    auto const trailer = "End of the file " + name;
     {
         InputFileStream stream(file);
         if (!stream.isOpen()) {
             throw std::runtime_error("append_file: Cannot open file.");
         }
+        // Room for all of it at once, where the system knows the size, and for what an entry adds.
+        auto const size = std::max(stream.endPosition(), std::int64_t{0});
+        message.reserve(message.size() + static_cast<std::size_t>(size) + trailer.size() + 64);
         for (std::string_view line; stream.readLine(line);) {
             message.append(line).append(1, '\n');
             channel.write(Severity::details, {" line=", line});
         }
     }
-    message += "End of the file " + name;
-    append_message(message);
+    message += trailer;
+    TextConversion::checkUtf8(message);
+    append_utf8(std::move(message));
 }
 
 void append_file(std::string const& path) {

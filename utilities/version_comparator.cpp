@@ -33,6 +33,7 @@ int VersionComparator::compareVersionNumbers(std::u16string const& first,
 
 std::vector<std::string> VersionComparator::tokenizeString(std::string const& text) const {
     std::vector<std::string> components;
+    components.reserve(1 + static_cast<std::size_t>(std::count(text.begin(), text.end(), '.')));
     for (std::size_t start = 0; start < text.size();) {
         auto const end = std::min(text.find('.', start), text.size());
         components.push_back(text.substr(start, end - start));

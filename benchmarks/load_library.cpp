@@ -1,0 +1,5 @@
+#include "utilities/interrupt.h"
+
+int main() {
+    return install::cpputil::interrupt::is_set() ? 1 : 0;
+}

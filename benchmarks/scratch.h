@@ -1,0 +1,33 @@
+#pragma once
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "platform/text_conversion.h"
+
+/// A directory for the files of one benchmark, removed with all that is in it.
+class Scratch {
+public:
+    Scratch() {
+        std::string name = std::filesystem::temp_directory_path() / "install_cpputil_bench_XXXXXX";
+        if (::mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory " + name);
+        }
+        path_ = name;
+    }
+    Scratch(Scratch const&) = delete;
+    Scratch& operator=(Scratch const&) = delete;
+    ~Scratch() { std::filesystem::remove_all(path_); }
+
+    std::string operator/(std::string const& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline std::u16string utf16(std::string const& text) {
+    return install::cpputil::TextConversion::fromUtf8(text);
+}
