@@ -1,0 +1,24 @@
+// Uses the library on behalf of a program that knows it only through dlopen.
+
+#include <memory>
+#include <new>
+
+#include "platform/diagnostic_channel.h"
+#include "utilities/input_file_parser.h"
+#include "utilities/interrupt.h"
+#include "utilities/logger.h"
+
+using namespace install::cpputil;
+
+/// Returns whether the library is as it must be when it was just loaded; leaves it with a destination
+/// set, the flag raised and a channel on.
+extern "C" bool use_library(char const* log, char const* input_file) {
+    bool const fresh = !interrupt::is_set() && logger::get_destination().string().empty() &&
+                       logger::detail::get_last_destination().string().empty();
+    alignas(logger::Logger) static char never_destroyed[sizeof(logger::Logger)];
+    new (never_destroyed) logger::Logger(std::string(log));
+    logger::append_file(std::string(input_file));
+    DiagnosticChannel::setEnabledSeverities("install::cpputil::interrupt", 8);
+    interrupt::set();
+    return fresh && InputFileParser().parse(u"/dev/null").empty();
+}
