@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <variant>
@@ -97,6 +98,19 @@ std::u16string text_of(PropertyMap const& inputs, std::u16string const& key) {
     return text == nullptr ? std::u16string() : *text;
 }
 
+/// Returns whether \p version, which the user says is installed, is older than this one.
+bool is_older(std::u16string const& version) {
+    try {
+        return VersionComparator().compareVersionNumbers(version, own_version) < 0;
+    } catch (std::logic_error const&) {
+        // A component that is no number, or too large: in words that help the user.
+        throw InstallerException(
+            "E101", "The installation cannot start.",
+            "installed_version is no version number: " + TextConversion::toUtf8(version),
+            createLocation("example_installer", "is_older"));
+    }
+}
+
 /// Refuses inputs that the installation could not work with, before it touches anything.
 void validate_inputs(PropertyMap const& inputs) {
     std::map<std::string, std::string> args;
@@ -112,6 +126,7 @@ void validate_inputs(PropertyMap const& inputs) {
                                  "the input file names no install_dir",
                                  createLocation("example_installer", "validate_inputs"));
     }
+    is_older(text_of(inputs, u"installed_version"));
 }
 
 void describe_system(PropertyMap const& inputs) {
@@ -119,10 +134,10 @@ void describe_system(PropertyMap const& inputs) {
     say(std::string("workflow: ") +
         (SandboxWorkflowDetector().isSandboxWorkflow() ? "sandbox" : "ordinary"));
     auto const installed = text_of(inputs, u"installed_version");
-    bool const older = VersionComparator().compareVersionNumbers(installed, own_version) < 0;
-    say("installed version: " + (installed.empty() ? "none"
-                                                   : TextConversion::toUtf8(installed) +
-                                                         (older ? ", older" : ", not older")));
+    say("installed version: " + (installed.empty()
+                                     ? "none"
+                                     : TextConversion::toUtf8(installed) +
+                                           (is_older(installed) ? ", older" : ", not older")));
 }
 
 void install_products(PropertyMap const& inputs) {
@@ -152,9 +167,10 @@ void run_installation(std::string const& input_file) {
     say("installation finished");
 }
 
-/// Tells the user and the log why the installation ended early.
-int fail(std::string const& text, int status) {
-    std::cerr << "example_installer: " << text << '\n';
+/// Tells the user and the log why the installation ended early. Only the user is shown the name of the
+/// input file as it was given, since it need not be UTF-8.
+int fail(std::string const& input_file, std::string const& text, int status) {
+    std::cerr << "example_installer: " << input_file << ": " << text << '\n';
     logger::append_message(text);
     return status;
 }
@@ -164,13 +180,14 @@ int install_with_log(std::string const& input_file) {
         run_installation(input_file);
         return 0;
     } catch (interrupt::Exception const& stopped) {
-        return fail(stopped.what(), 130);
+        return fail(input_file, stopped.what(), 130);
     } catch (InstallerException const& error) {
-        return fail(error.getErrorCode() + ": " + error.getPrimaryErrorMessage() + " " +
+        return fail(input_file,
+                    error.getErrorCode() + ": " + error.getPrimaryErrorMessage() + " " +
                         error.what() + " (" + error.getLocation() + ")",
                     1);
     } catch (std::exception const& error) {
-        return fail(input_file + ": " + error.what(), 1);
+        return fail(input_file, error.what(), 1);
     }
 }
 

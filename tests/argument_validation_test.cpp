@@ -105,8 +105,12 @@ TEST(Validation, LogsFilesThatCannotBeRead) {
         expected.push_back("Error reading file " + value);
         expected.push_back("File '" + value + "' does not exist or it's empty");
     }
+    std::filesystem::create_directory(directory / "locked");
+    std::filesystem::permissions(directory / "locked", std::filesystem::perms::none);
     logger::Logger const logger(log);
+    ScopedUser const user;
     EXPECT_NO_THROW(check(full)());
+    EXPECT_THROW(check(directory / "locked/x")(), std::filesystem::filesystem_error);
     EXPECT_THROW(check("\xFF")(), TextConversionError);
     EXPECT_THROW(check(std::string("/\0", 2))(), std::invalid_argument);
     EXPECT_EQ(messages(log), expected);

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -69,27 +69,11 @@ TEST_F(Interrupt, WorksWhileASinkThrows) {
     EXPECT_TRUE(is_set());
     EXPECT_EQ(error_text<std::logic_error>([] { throw_if_set(); }), "sink");
     EXPECT_EQ(error_text<std::logic_error>([] { throw_if_set("tag"); }), "sink");
+    ScopedVariable const present(variable, "1");
+    EXPECT_EQ(error_text<std::logic_error>([] { test::pause_and_throw_if_set(variable); }), "sink");
     detail::unset();
     EXPECT_FALSE(is_set());
     boost::log::core::get()->remove_sink(sink);
-}
-
-TEST_F(Interrupt, IsSeenByOtherThreads) {
-    std::atomic<bool> raised = false;
-    std::thread worker([&] {
-        for (bool was_raised = false; !was_raised;) {
-            was_raised = raised;
-            try {
-                throw_if_set("worker");
-            } catch (Exception const&) {
-                return;
-            }
-        }
-        ADD_FAILURE() << "a call after the flag was raised did not throw";
-    });
-    set();
-    raised = true;
-    worker.join();
 }
 
 TEST_F(Interrupt, PauseEndsWhenTheFlagIsRaised) {
@@ -107,19 +91,28 @@ TEST_F(Interrupt, PauseEndsWhenTheFlagIsRaised) {
                                           Record{4, " interruptStatus=true"},
                                           Record{8, "Throw interrupt::Exception tag " + tag}));
     detail::unset();
-    auto const start = steady_clock::now();
-    std::thread raiser([] {
-        std::this_thread::sleep_for(450ms);
-        set();
-    });
-    EXPECT_EQ(error_text<Exception>(pause), "Interrupted. " + tag);
-    auto const paused = steady_clock::now() - start;
-    EXPECT_GE(paused, 450ms);
-    EXPECT_LT(paused, 5s);
-    raiser.join();
+    // The best of three, since other work may hold up the machine.
+    auto shortest = steady_clock::duration::max();
+    auto shortest_when_raised = shortest;
+    for (int round = 0; round != 3; ++round) {
+        auto const start = steady_clock::now();
+        std::thread raiser([] {
+            std::this_thread::sleep_for(450ms);
+            set();
+        });
+        EXPECT_EQ(error_text<Exception>(pause), "Interrupted. " + tag);
+        shortest = std::min(shortest, steady_clock::now() - start);
+        raiser.join();
+        auto const again = steady_clock::now();
+        EXPECT_THROW(pause(), Exception);
+        shortest_when_raised = std::min(shortest_when_raised, steady_clock::now() - again);
+        detail::unset();
+    }
+    EXPECT_GE(shortest, 450ms);
+    EXPECT_LT(shortest, 900ms);
+    EXPECT_LT(shortest_when_raised, 90ms);
 }
 
-// Takes its minute beside the other tests.
 TEST_F(Interrupt, PauseLastsAMinuteWhateverSignalsCome) {
     ScopedVariable const present(variable, "1");
     std::optional<FrequentSignals> signals(std::in_place);

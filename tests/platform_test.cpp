@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <pwd.h>
 #include <sys/stat.h>
 
 #include <ctime>
@@ -175,18 +174,6 @@ TEST(PlatformInfo, FormatsLocalTime) {
     auto const before = std::time(nullptr);
     auto const now = std::stoll(PlatformInfo().currentTime("%s"));
     EXPECT_TRUE(before <= now && now <= std::time(nullptr)) << now;
-}
-
-TEST(PlatformInfo, NamesTheEffectiveUser) {
-    PlatformInfo const info;
-    EXPECT_EQ(info.userName(), ::getpwuid(::geteuid())->pw_name);
-    if (::geteuid() == 0) {
-        for (auto const& [user, name] :
-             {std::pair(ScopedUser::nobody, "nobody"), {ScopedUser::nameless, ""}, {0U, "root"}}) {
-            ScopedUser const other(user);
-            EXPECT_EQ(info.userName(), name);
-        }
-    }
 }
 
 }  // namespace

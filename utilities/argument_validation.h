@@ -31,7 +31,7 @@ namespace install::cpputil {
 ///     value of an "rfile" argument is no path, or the system will not tell whether the file
 ///     exists
 /// \par Thread safety
-///     May be called from any thread at any time.
+///     May be called from any thread at any time, while no thread changes the environment.
 INSTALL_CPPUTIL_EXPORT void validate_args(std::map<std::string, std::string> const& args,
                                           std::map<std::string, std::string> const& rules);
 

@@ -99,7 +99,7 @@ private:
         /// By keys, and for one key in the order of the lines.
         bool operator<(Entry const& other) const {
             auto const order = key.compare(other.key);
-            return order != 0 ? order < 0 : key.data() < other.key.data();
+            return order != 0 ? order < 0 : value.data() < other.value.data();
         }
     };
 

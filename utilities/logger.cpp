@@ -1,6 +1,7 @@
 #include "utilities/logger.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -19,6 +20,9 @@ namespace install::cpputil::logger {
 namespace {
 
 constexpr char const* log_time_pattern = "%b %d, %Y %H:%M:%S";
+
+/// How much longer an entry is than its message.
+constexpr std::size_t entry_overhead = std::string_view("(Nov 16, 2026 17:22:45) \n").size();
 
 DiagnosticChannel channel("install::cpputil::logger");
 
@@ -107,7 +111,7 @@ void append_utf8(std::string message) {
 }
 
 /// Tells of a destination that cannot be set in the log as it is, on the channel and to the caller.
-[[noreturn]] void refuse_destination(char16_t const* message, std::string const& error,
+[[noreturn]] void refuse_destination(std::u16string const& message, std::string const& error,
                                      std::u16string const& path) {
     if (is_destination_set()) {
         append_message(message + path);
@@ -174,8 +178,9 @@ void set_destination(Path const& file) {
     }
     auto new_destination = file;
     std::lock_guard const lock(destination_mutex);
-    destination_file = std::move(new_destination);
+    // Told first: were it told after, a sink that throws would leave a destination that no Logger unsets.
     channel.write(Severity::details, {" destination_file.string()=", text});
+    destination_file = std::move(new_destination);
 }
 
 }  // namespace
@@ -218,9 +223,12 @@ void append_file(std::u16string const& path) {
         if (!stream.isOpen()) {
             throw std::runtime_error("append_file: Cannot open file.");
         }
-        // Room for all of it at once, where the system knows the size, and for what an entry adds.
-        auto const size = std::max(stream.endPosition(), std::int64_t{0});
-        message.reserve(message.size() + static_cast<std::size_t>(size) + trailer.size() + 64);
+        // Room for all of it at once, where the system knows the size; what claims to be huge may
+        // have little to read.
+        constexpr std::int64_t most = std::int64_t{1} << 30;
+        auto const size = std::clamp(stream.endPosition(), std::int64_t{0}, most);
+        message.reserve(message.size() + static_cast<std::size_t>(size) + trailer.size() +
+                        entry_overhead);
         for (std::string_view line; stream.readLine(line);) {
             message.append(line).append(1, '\n');
             channel.write(Severity::details, {" line=", line});

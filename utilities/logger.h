@@ -18,14 +18,18 @@
 /// Every entry opens the file, appends with one write, and closes it. So entries of several threads
 /// and processes never mix, the crash of the process loses no entry whose call has returned, and a
 /// file that was removed, renamed or rotated away is made again by the next entry. A file that
-/// cannot be opened or written costs the entry, never an exception.
+/// cannot be opened or written costs the entry, never an exception. A process that is killed while
+/// it writes, or a disk that fills up meanwhile, may leave the beginning of that one entry.
 ///
 /// What happens is also told on the diagnostic channel "install::cpputil::logger".
 ///
 /// \par Thread safety
-///     Every function may be called from any thread at any time. A message goes to exactly one file
-///     even while other threads change the destination. A sink of the logging core must not call
-///     into this header: records are written under the log's lock.
+///     Every function may be called from any thread at any time, while no thread changes the
+///     environment. A message goes to exactly one file even while other threads change the
+///     destination. A sink of the logging core must not call into this header: records are written
+///     under the log's lock.
+///
+/// What a sink throws passes to the caller of every function here.
 
 #include <string>
 
@@ -37,11 +41,11 @@ namespace install::cpputil::logger {
 /// \name Texts of entries that tell of the destination
 /// A path follows each of them.
 /// \{
-inline constexpr char16_t unable_to_create_folder_message[] =
+std::u16string const unable_to_create_folder_message =
     u"Unable to create specified folder for installation log ";
-inline constexpr char16_t unable_to_create_file_message[] =
+std::u16string const unable_to_create_file_message =
     u"Unable to create specified file for installation log ";
-inline constexpr char16_t reset_destination_message[] = u"Reset destination file log ";
+std::u16string const reset_destination_message = u"Reset destination file log ";
 /// \}
 
 /// Sets the destination for as long as it lives.
@@ -68,7 +72,8 @@ public:
     Logger(Logger const&) = delete;
     Logger& operator=(Logger const&) = delete;
 
-    /// Unsets the destination, whatever it is by now. Writes nothing to the log.
+    /// Unsets the destination, whatever it is by now. Writes nothing to the log. A sink that throws
+    /// ends the process here.
     ~Logger();
 };
 
