@@ -4,14 +4,19 @@ include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/install_cpputil)
 
+# What a program needs to run, and what a developer needs beside it.
 install(TARGETS install_cpputil EXPORT install_cpputil_targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  COMPONENT runtime
+  NAMELINK_COMPONENT development)
 install(DIRECTORY utilities platform
   DESTINATION ${header_directory}
+  COMPONENT development
   FILES_MATCHING PATTERN "*.h")
 install(EXPORT install_cpputil_targets
   NAMESPACE install::
-  DESTINATION ${package_directory})
+  DESTINATION ${package_directory}
+  COMPONENT development)
 
 configure_package_config_file(cmake/install_cpputil-config.cmake.in
   ${PROJECT_BINARY_DIR}/install_cpputil-config.cmake
@@ -22,7 +27,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/install_cpputil-config-ve
 install(FILES
   ${PROJECT_BINARY_DIR}/install_cpputil-config.cmake
   ${PROJECT_BINARY_DIR}/install_cpputil-config-version.cmake
-  DESTINATION ${package_directory})
+  DESTINATION ${package_directory}
+  COMPONENT development)
 
 # The pkg-config file finds the rest of the tree from where it stands itself, since a tree may be
 # installed under another prefix than the one configured, or moved. Only full paths stay as they are.
@@ -42,4 +48,5 @@ foreach(directory LIBDIR INCLUDEDIR)
 endforeach()
 configure_file(cmake/install_cpputil.pc.in ${PROJECT_BINARY_DIR}/install_cpputil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/install_cpputil.pc
-  DESTINATION ${pkgconfig_directory})
+  DESTINATION ${pkgconfig_directory}
+  COMPONENT development)

@@ -18,6 +18,7 @@ namespace install::cpputil {
 ///     Objects may be made on several threads at once, while no thread changes the environment.
 class INSTALL_CPPUTIL_EXPORT SystemLocaleService {
 public:
+    /// What a locale is asked for.
     enum class Category : int {
         messages = 1,  ///< the language of messages
     };

@@ -13,8 +13,11 @@ namespace install::cpputil {
 /// begins.
 class INSTALL_CPPUTIL_EXPORT TextConversionError : public std::runtime_error {
 public:
+    /// Makes an error whose `what()` is \p text.
     explicit TextConversionError(std::string const& text);
+    /// Copies the text.
     TextConversionError(TextConversionError const&) = default;
+    /// Copies the text.
     TextConversionError& operator=(TextConversionError const&) = default;
     ~TextConversionError() override;
 };

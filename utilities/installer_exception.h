@@ -27,13 +27,19 @@ public:
     /// Makes an exception that carries a secondary message alone.
     explicit InstallerException(std::string message);
 
+    /// Copies the texts.
     InstallerException(InstallerException const&) = default;
+    /// Copies the texts.
     InstallerException& operator=(InstallerException const&) = default;
     ~InstallerException() override;
 
+    /// Returns the error code.
     std::string getErrorCode() const;
+    /// Returns the primary message.
     std::string getPrimaryErrorMessage() const;
+    /// Returns the secondary message, the text of `what()`.
     std::string getSecondaryErrorMessage() const;
+    /// Returns where the error arose.
     std::string getLocation() const;
 
 private:

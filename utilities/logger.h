@@ -38,15 +38,14 @@
 
 namespace install::cpputil::logger {
 
-/// \name Texts of entries that tell of the destination
-/// A path follows each of them.
-/// \{
+/// Begins the entry that tells the old log that a directory could not be made; its path follows.
 std::u16string const unable_to_create_folder_message =
     u"Unable to create specified folder for installation log ";
+/// Begins the entry that tells the old log that a file could not be opened; its path follows.
 std::u16string const unable_to_create_file_message =
     u"Unable to create specified file for installation log ";
+/// Begins the last entry of an old log; the paths of the old and the new log follow.
 std::u16string const reset_destination_message = u"Reset destination file log ";
-/// \}
 
 /// Sets the destination for as long as it lives.
 ///
