@@ -26,9 +26,8 @@ PropertyMap plainly_converted(std::string const& text) {
         }
         auto const key = TextConversion::fromUtf8(
             parser.stringToLowerCase(parser.trim(line.substr(0, separator))));
-        auto value = start == std::string::npos
-                         ? std::u16string()
-                         : TextConversion::fromUtf8(parser.trim(line.substr(start)));
+        auto value =
+            TextConversion::fromUtf8(parser.trim(line.substr(std::min(start, line.size()))));
         if (product) {
             parser.removeUnderscores(value);
             products.push_back(value);
@@ -44,17 +43,13 @@ PropertyMap plainly_converted(std::string const& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     auto const text = text_of(data, size);
-    try {
-        auto const map = InputFileParser().convertInputsToPropertyMap(text);
-        require(map == InputFileParser().convertInputsToPropertyMap(text));
-        require(map == plainly_converted(text));
-    } catch (TextConversionError const&) {
-        try {
-            plainly_converted(text);
-        } catch (TextConversionError const&) {
-            return 0;
-        }
-        std::abort();
-    }
+    PropertyMap map, again, plain;
+    auto const convert = [&](PropertyMap& result) {
+        return error_of<TextConversionError>(
+            [&] { result = InputFileParser().convertInputsToPropertyMap(text); });
+    };
+    require(convert(map) == convert(again) && map == again);
+    auto const error = error_of<TextConversionError>([&] { plain = plainly_converted(text); });
+    require(convert(map).empty() == error.empty() && map == plain);
     return 0;
 }

@@ -7,28 +7,15 @@
 
 using namespace install::cpputil;
 
-namespace {
-
-template <typename Call>
-std::string error_of(Call call) {
-    try {
-        call();
-        return {};
-    } catch (TextConversionError const& error) {
-        return error.what();
-    }
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     auto const utf8 = text_of(data, size);
-    auto const there_and_back =
-        error_of([&] { require(TextConversion::toUtf8(TextConversion::fromUtf8(utf8)) == utf8); });
-    require(there_and_back == error_of([&] { TextConversion::checkUtf8(utf8); }));
+    require(error_of<TextConversionError>([&] {
+                require(TextConversion::toUtf8(TextConversion::fromUtf8(utf8)) == utf8);
+            }) == error_of<TextConversionError>([&] { TextConversion::checkUtf8(utf8); }));
 
     std::u16string utf16(size / sizeof(char16_t), u'\0');
     std::memcpy(utf16.data(), data, utf16.size() * sizeof(char16_t));
-    error_of([&] { require(TextConversion::fromUtf8(TextConversion::toUtf8(utf16)) == utf16); });
+    error_of<TextConversionError>(
+        [&] { require(TextConversion::fromUtf8(TextConversion::toUtf8(utf16)) == utf16); });
     return 0;
 }

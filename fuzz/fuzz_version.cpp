@@ -23,14 +23,9 @@ std::optional<int> order(std::string const& first, std::string const& second) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    auto const text = text_of(data, size);
-    auto const half = std::min(text.find('\n'), size);
-    auto const first = text.substr(0, half);
-    auto const second = text.substr(std::min(half + 1, size));
-    try {
-        TextConversion::checkUtf8(first);
-        TextConversion::checkUtf8(second);
-    } catch (TextConversionError const&) {
+    auto const [first, second] = halves_of(data, size);
+    auto const text = first + '\n' + second;
+    if (!error_of<TextConversionError>([&] { TextConversion::checkUtf8(text); }).empty()) {
         return 0;
     }
     auto const there = order(first, second);

@@ -1,17 +1,11 @@
 #include "utilities/logger.h"
 
-#include <gmock/gmock.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <atomic>
-#include <csignal>
-#include <functional>
-#include <map>
 #include <random>
 #include <regex>
-#include <thread>
 
 #include "platform/platform_info.h"
 #include "tests/support.h"
@@ -20,15 +14,12 @@ namespace install::cpputil::logger {
 namespace {
 
 using namespace testing;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr char const* channel_name = "install::cpputil::logger";
 
 /// Shows each time stamp of \p text as T, so that what is left is known beforehand.
 std::string unstamped(std::string const& text) {
-    static std::regex const stamp(
-        R"(\((Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) \d\d, \d{4} \d\d:\d\d:\d\d\) )");
+    static std::regex const stamp(R"(\([A-Z][a-z]{2} \d\d, \d{4} \d\d:\d\d:\d\d\) )");
     return std::regex_replace(text, stamp, "T ");
 }
 
@@ -46,31 +37,32 @@ protected:
         return unstamped(read_file(directory_ / file));
     }
 
+    void record(unsigned mask = 4 | 8) {
+        DiagnosticChannel::setEnabledSeverities(channel_name, mask);
+    }
     /// The records of the log's channel, with the test's directory shown as D and time stamps as T.
-    std::vector<std::string> records() {
-        std::vector<std::string> result;
-        for (auto const& [severity, text] : sink_->take()) {
-            auto shown = std::to_string(severity) + ":" + unstamped(text);
-            for (auto const path = (directory_ / "").parent_path().native();
-                 shown.find(path) != std::string::npos;) {
+    Strings records() {
+        Strings result;
+        auto const path = (directory_ / "").parent_path().native();
+        for (auto const& [severity, text] : sink_.take()) {
+            auto& shown = result.emplace_back(std::to_string(severity) + ":" + unstamped(text));
+            while (shown.find(path) != std::string::npos) {
                 shown.replace(shown.find(path), path.size(), "D");
             }
-            result.push_back(shown);
         }
         return result;
     }
-    void record() { sink_.emplace(channel_name); }
 
     TemporaryDirectory directory_;
-    ScopedVariable temp_{"TMPDIR", directory_ / ""};
     std::string const fallback_ = "velmora_" + user_name() + ".log";
-    std::optional<RecordSink> sink_;
+    Undo temp_ = with_variable("TMPDIR", directory_ / "");
+    RecordSink sink_{channel_name, 0};
 };
 
 TEST_F(Log, StampsEntriesWithLocalTime) {
     // A zone in which it is the afternoon, so that hours past noon show how they are written.
     auto const hour = std::time(nullptr) / 3600 % 24;
-    ScopedVariable const zone("TZ", "XYZ" + std::to_string((hour + 24 - 15) % 24));
+    auto const zone = with_variable("TZ", "XYZ" + std::to_string((hour + 24 - 15) % 24));
     ::tzset();
     auto const stamp = [] {
         return PlatformInfo::formatTime(std::time(nullptr), "(%b %d, %Y %H:%M:%S) x\n");
@@ -83,13 +75,17 @@ TEST_F(Log, StampsEntriesWithLocalTime) {
 }
 
 TEST_F(Log, FollowsItsDestination) {
-    EXPECT_EQ(get_destination().string() + detail::get_last_destination().string(), u"");
+    auto const places = [] {
+        return TextConversion::toUtf8(get_destination().string() + u"|" +
+                                      detail::get_last_destination().string());
+    };
+    auto const a = (directory_ / "new/dir/a").native(), b = write_file(directory_ / "b", "kept\n");
+    EXPECT_EQ(places(), "|");
     record();
-    write_file(directory_ / "b", "kept\n");
     {
         Logger const outer(name("new/dir//a"));
-        EXPECT_EQ(get_destination().string(), name("new/dir/a"));
-        EXPECT_EQ(read_file(directory_ / "new/dir/a"), "");
+        EXPECT_EQ(places(), a + "|");
+        EXPECT_EQ(content("new/dir/a"), "");
         append_message(u" \u00e9 two\nlines\n");
         EXPECT_THAT(records(), ElementsAre("4:set destinationD/new/dir/a",
                                            "4: destination_file.string()=D/new/dir/a",
@@ -105,27 +101,26 @@ TEST_F(Log, FollowsItsDestination) {
                             "8:flush destination", "4: last_destination_file.string()=D/new/dir/a",
                             "8:unset destination", "4: destination_file.string()=D/b",
                             "4: msg=in b"));
-            EXPECT_EQ(detail::get_last_destination().string(), name("new/dir/a"));
+            EXPECT_EQ(places(), b + "|" + a);
         }
-        EXPECT_EQ(get_destination().string(), u"");
-        EXPECT_EQ(detail::get_last_destination().string(), name("b"));
+        EXPECT_EQ(places(), "|" + b);
         EXPECT_THAT(records(),
                     ElementsAre("8:flush destination", "4: last_destination_file.string()=D/b",
                                 "8:unset destination"));
     }
     EXPECT_THAT(records(), ElementsAre("4:no destination, keep last \"D/b\""));
-    EXPECT_EQ(detail::get_last_destination().string(), name("b"));
+    EXPECT_EQ(places(), "|" + b);
     {
-        Logger const again((directory_ / "b").native());
+        Logger const again(b);
+        detail::forget_last_destination();
+        EXPECT_EQ(places(), b + "|");
         { Logger const twice(name("b")); }
         detail::forget_last_destination();
-        EXPECT_EQ(detail::get_last_destination().string(), u"");
     }
     EXPECT_EQ(records().back(), "4:no destination, keep last \"\"");
-    std::string const reset = "T Reset destination file log " + (directory_ / "").native();
-    EXPECT_EQ(content("new/dir/a"), "T  \xC3\xA9 two\nlines\n\n" + reset + "new/dir/a to " +
-                                        (directory_ / "b\n").native());
-    EXPECT_EQ(content("b"), "kept\nT in b\n" + reset + "b to " + (directory_ / "b\n").native());
+    EXPECT_EQ(content("new/dir/a"),
+              "T  \xC3\xA9 two\nlines\n\nT Reset destination file log " + a + " to " + b + "\n");
+    EXPECT_EQ(content("b"), "kept\nT in b\nT Reset destination file log " + b + " to " + b + "\n");
     EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_));
 }
 
@@ -138,9 +133,9 @@ TEST_F(Log, FallsBackToTheFileOfTheUser) {
                 ElementsAre("4: msg=one", "4:failed to open destination_file for u8msg T one",
                             "4: msg=", "4: msg="));
     if (::geteuid() == 0) {
-        for (auto const& [user, file] : {std::pair(ScopedUser::nobody, "velmora_nobody.log"),
-                                         {ScopedUser::nameless, "velmora_.log"}}) {
-            ScopedUser const other(user);
+        for (auto const& [user, file] :
+             {std::pair(65534U, "velmora_nobody.log"), {60123U, "velmora_.log"}}) {
+            auto const other = as_user(user);
             append_message(u"two");
             EXPECT_EQ(content(file), "T two\n");
         }
@@ -148,7 +143,7 @@ TEST_F(Log, FallsBackToTheFileOfTheUser) {
     append_message(u"three");
     EXPECT_EQ(content(fallback_), "T one\nT three\n");
     records();
-    ScopedVariable const unusable("TMPDIR", "/dev/null/none");
+    auto const unusable = with_variable("TMPDIR", "/dev/null/none");
     append_message(u"lost");
     EXPECT_THAT(records(),
                 ElementsAre("4: msg=lost", "4:failed to open destination_file for u8msg T lost",
@@ -156,65 +151,60 @@ TEST_F(Log, FallsBackToTheFileOfTheUser) {
 }
 
 TEST_F(Log, RefusesDestinationsThatCannotBeMade) {
-    write_file(directory_ / "file", "");
-    std::filesystem::create_directory(directory_ / "closed");
-    std::filesystem::permissions(directory_ / "closed", std::filesystem::perms::none);
-    std::string const folder = "directory", file = "file";
-    struct {
-        std::string destination, kind, named;
-    } const rows[] = {
-        {"", file, ""},
-        {directory_ / "", file, directory_ / ""},
-        {directory_ / "file/below/x", folder, directory_ / "file/below"},
-        {directory_ / "closed/x", file, directory_ / "closed/x"},
-        {directory_ / "closed/below/x", folder, directory_ / "closed/below"},
-        {"/proc/none", file, "/proc/none"},
-    };
+    auto const file = write_file(directory_ / "file", ""), d = (directory_ / "").native();
     write_file(directory_ / "log", "");
-    std::filesystem::permissions(directory_ / "log", std::filesystem::perms::all);
-    ScopedUser const user;
-    for (auto const& row : rows) {
-        auto const make = [&] { Logger const refused(row.destination); };
-        std::string const error = "Install Logger: Cannot " +
-                                  (row.kind == file ? std::string("open ") : "create ") + row.kind +
-                                  " \"" + row.named + "\"";
+    std::filesystem::create_directory(directory_ / "closed");
+    lock(directory_ / "closed");
+    auto const user = as_user();
+    std::string entries;
+    Rows<std::string, bool, std::string> const rows = {
+        {"", true, ""},
+        {d, true, d},
+        {file + "/below/x", false, file + "/below"},
+        {d + "closed/x", true, d + "closed/x"},
+        {"/proc/none", true, "/proc/none"},
+        {d + "closed/below/x", false, d + "closed/below"}};
+    for (auto const& [destination, is_file, named] : rows) {
+        auto const make = [&destination] { Logger const refused(destination); };
+        auto const error = std::string("Install Logger: Cannot ") +
+                           (is_file ? "open file \"" : "create directory \"") + named + "\"";
+        auto const entry = std::string("Unable to create specified ") +
+                           (is_file ? "file" : "folder") + " for installation log " + named;
         EXPECT_EQ(error_text<std::runtime_error>(make), error);
         EXPECT_EQ(get_destination().string(), u"");
-        EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_) ||
-                     std::filesystem::exists(directory_ / "velmora_nobody.log"));
 
         Logger const log(name("log"));
         record();
         EXPECT_EQ(error_text<std::runtime_error>(make), error);
         EXPECT_EQ(get_destination().string(), name("log"));
-        auto const entry = "Unable to create specified " + (row.kind == file ? file : "folder") +
-                           " for installation log " + row.named;
-        EXPECT_EQ(messages(directory_ / "log").back(), entry);
-        using Record = Records::value_type;
-        EXPECT_THAT(sink_->take(),
-                    ElementsAre(Record{4, "set destination" + row.destination},
+        EXPECT_THAT(sink_.take(),
+                    ElementsAre(Record{4, "set destination" + destination},
                                 Record{4, " msg=" + entry}, Record{4, "set destination:" + error}));
-        sink_.reset();
+        record(0);
+        EXPECT_EQ(content("log"), entries += "T " + entry + "\n");
     }
-    EXPECT_THAT(messages(directory_ / "log"), ::testing::SizeIs(std::size(rows)));
+    EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_) ||
+                 std::filesystem::exists(directory_ / "velmora_nobody.log"));
     EXPECT_THROW(Logger(std::u16string(u"a\0b", 3)), std::invalid_argument);
     EXPECT_THROW(Logger(std::string("\xFF")), TextConversionError);
 }
 
 TEST_F(Log, CopiesFiles) {
-    for (auto const& [file, copied] : std::map<std::string, std::string>{
-             {"", ""},
-             {"a", "a\n"},
-             {"a\n", "a\n"},
-             {"\n\r\n \xE2\x82\xAC\r\nx", "\n\r\n \xE2\x82\xAC\r\nx\n"},
-             {"a\n\n\nb", "a\n\n\nb\n"}}) {
+    auto const path = (directory_ / "file").native();
+    Rows<std::string, std::string> const rows = {
+        {"", ""},
+        {"a", "a\n"},
+        {"a\n", "a\n"},
+        {"a\n\n\nb", "a\n\n\nb\n"},
+        {"\n\r\n \xE2\x82\xAC\r\nx", "\n\r\n \xE2\x82\xAC\r\nx\n"}};
+    for (auto const& [text, copied] : rows) {
         Logger const log(name("log"));
-        write_file(directory_ / "file", file);
+        write_file(path, text);
         append_file(name("file"));
-        append_file(TextConversion::toUtf8(name("file")));
+        append_file(path);
         append_file(Path(name("file")));
-        auto const path = (directory_ / "file\n").native();
-        auto const entry = "T Content of the file " + path + copied + "End of the file " + path;
+        auto const entry =
+            "T Content of the file " + path + "\n" + copied + "End of the file " + path + "\n";
         EXPECT_EQ(content("log"), entry + entry + entry);
         std::filesystem::remove(directory_ / "log");
     }
@@ -229,22 +219,20 @@ TEST_F(Log, CopiesFiles) {
 }
 
 TEST_F(Log, RefusesFilesThatItCannotCopy) {
-    write_file(directory_ / "file", "a\n");
-    std::filesystem::permissions(directory_ / "file", std::filesystem::perms::none);
-    record();
-    auto const copy = [&](std::string const& file) {
-        return [this, file] { append_file(name(file)); };
+    lock(write_file(directory_ / "file", "a\n"));
+    auto const refusal = [&](std::string const& file) {
+        return error_text<std::runtime_error>([&] { append_file(name(file)); });
     };
-    EXPECT_EQ(error_text<std::runtime_error>(copy("none")),
-              "Logger destination was not initialized.");
+    record();
+    EXPECT_EQ(refusal("none"), "Logger destination was not initialized.");
     EXPECT_THAT(records(), ElementsAre("8:append_file: The output file destination is not set."));
     Logger const log(name("log"));
     records();
-    EXPECT_EQ(error_text<std::runtime_error>(copy("none")), "The file does not exist.");
+    EXPECT_EQ(refusal("none"), "The file does not exist.");
     EXPECT_THAT(records(), ElementsAre("8:append_file: The file does not exist."));
-    ScopedUser const user;
-    EXPECT_EQ(error_text<std::runtime_error>(copy("file")), "append_file: Cannot open file.");
-    EXPECT_EQ(error_text<std::runtime_error>(copy("")), "append_file: Cannot open file.");
+    auto const user = as_user();
+    EXPECT_EQ(refusal("file"), "append_file: Cannot open file.");
+    EXPECT_EQ(refusal(""), "append_file: Cannot open file.");
     EXPECT_THAT(records(), IsEmpty());
     EXPECT_EQ(content("log") + content(fallback_), "");
 }
@@ -253,9 +241,7 @@ TEST_F(Log, TakesNothingButText) {
     write_file(directory_ / "file", "good\n\xC3(\n");
     Logger const log(name("log"));
     for (bool const recorded : {false, true}) {
-        if (recorded) {
-            record();
-        }
+        record(recorded ? 4 | 8 : 0);
         EXPECT_THROW(append_message(u"half a pair \xD800"), TextConversionError);
         EXPECT_THROW(append_message(std::string("\xED\xA0\x80")), TextConversionError);
         EXPECT_THROW(append_file(name("file")), TextConversionError);
@@ -292,8 +278,7 @@ TEST_F(Log, SurvivesWhatHappensToItsFile) {
 }
 
 TEST_F(Log, TakesEveryMessageOfEveryThreadOnce) {
-    constexpr int threads = 8;
-    constexpr int count = 10'000;
+    constexpr int threads = 8, count = 10'000;
     std::atomic<int> running = threads;
     std::vector<std::thread> writers;
     for (int writer = 0; writer != threads; ++writer) {
@@ -305,7 +290,7 @@ TEST_F(Log, TakesEveryMessageOfEveryThreadOnce) {
         });
     }
     // Meanwhile two threads change the destination and ask for it, and records come and go.
-    RecordSink sink(channel_name, 8);
+    record(8);
     auto const change = [&](std::string const& file, unsigned mask) {
         for (int changes = 0; running != 0 || changes < 100; ++changes) {
             Logger const log(name(file));
@@ -313,7 +298,7 @@ TEST_F(Log, TakesEveryMessageOfEveryThreadOnce) {
             static_cast<void>(get_destination());
             static_cast<void>(detail::get_last_destination());
             detail::forget_last_destination();
-            DiagnosticChannel::setEnabledSeverities(channel_name, changes % 2 == 0 ? mask : 8);
+            record(changes % 2 == 0 ? mask : 8);
         }
     };
     writers.emplace_back(change, "a", 8);
@@ -330,21 +315,16 @@ TEST_F(Log, TakesEveryMessageOfEveryThreadOnce) {
         }
     }
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(threads) * count);
-    for (auto const& [message, times] : seen) {
-        ASSERT_EQ(times, 1) << message;
-    }
+    EXPECT_TRUE(
+        std::all_of(seen.begin(), seen.end(), [](auto const& each) { return each.second == 1; }));
 }
 
 /// Runs \p work in a child process, which ends without running anything else.
-pid_t in_child(std::function<void()> const& work) {
+pid_t in_child(std::function<void()> const& work) noexcept {
     pid_t const child = ::fork();
     if (child == 0) {
-        try {
-            work();
-            ::_exit(0);
-        } catch (...) {
-            ::_exit(1);
-        }
+        work();
+        ::_exit(0);
     }
     return child;
 }
@@ -356,8 +336,7 @@ int wait_for(pid_t child) {
 }
 
 TEST_F(Log, KeepsEntriesOfProcessesApart) {
-    constexpr int processes = 8;
-    constexpr int count = 200;
+    constexpr int processes = 8, count = 200;
     std::vector<pid_t> children;
     for (int process = 0; process != processes; ++process) {
         children.push_back(in_child([this, process] {

@@ -22,12 +22,10 @@ bool is_loaded(char const* library) {
     return handle != nullptr && ::dlclose(handle) == 0;
 }
 
-std::size_t resident_pages() {
-    std::ifstream stream("/proc/self/statm");
-    std::size_t size = 0;
-    std::size_t resident = 0;
-    stream >> size >> resident;
-    return resident;
+long resident_pages() {
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;  // the second number
+    return pages;
 }
 
 std::ptrdiff_t open_descriptors() {
@@ -43,7 +41,7 @@ int main(int argc, char** argv) {
     }
     constexpr int rounds = 1000;
     constexpr int settled = 100;  // by then, what is kept for the process is there
-    [[maybe_unused]] std::size_t pages = 0;
+    [[maybe_unused]] long pages = 0;
     std::ptrdiff_t descriptors = 0;
     for (int round = 0; round != rounds; ++round) {
         void* const plugin = ::dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
