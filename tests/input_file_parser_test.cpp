@@ -122,7 +122,7 @@ TEST_F(InputFile, MissingIsAnErrorAndUnreadableIsEmpty) {
     user.reset();
     lock(directory_ / "");
     user = as_user();
-    EXPECT_THROW(parsed(path_), std::filesystem::filesystem_error);
+    EXPECT_THROW(parsed(path_), fs::filesystem_error);
     EXPECT_THAT(sink.take(), IsEmpty());
 }
 

@@ -82,46 +82,43 @@ TEST_F(Log, FollowsItsDestination) {
     auto const a = (directory_ / "new/dir/a").native(), b = write_file(directory_ / "b", "kept\n");
     EXPECT_EQ(places(), "|");
     record();
-    {
-        Logger const outer(name("new/dir//a"));
-        EXPECT_EQ(places(), a + "|");
-        EXPECT_EQ(content("new/dir/a"), "");
-        append_message(u" \u00e9 two\nlines\n");
-        EXPECT_THAT(records(), ElementsAre("4:set destinationD/new/dir/a",
-                                           "4: destination_file.string()=D/new/dir/a",
-                                           "4: msg= \xC3\xA9 two\nlines\n"));
-        {
-            Logger const inner(Path(name("b")));
-            append_message(std::string("in b"));
-            EXPECT_THAT(
-                records(),
-                ElementsAre("4:set destinationD/b",
-                            "4: destination_file.string()=D/new/dir/a ofile.string()=D/b",
-                            "4: msg=Reset destination file log D/new/dir/a to D/b",
-                            "8:flush destination", "4: last_destination_file.string()=D/new/dir/a",
-                            "8:unset destination", "4: destination_file.string()=D/b",
-                            "4: msg=in b"));
-            EXPECT_EQ(places(), b + "|" + a);
-        }
-        EXPECT_EQ(places(), "|" + b);
-        EXPECT_THAT(records(),
-                    ElementsAre("8:flush destination", "4: last_destination_file.string()=D/b",
-                                "8:unset destination"));
-    }
-    EXPECT_THAT(records(), ElementsAre("4:no destination, keep last \"D/b\""));
+    auto outer = std::make_unique<Logger>(name("new/dir//a"));
+    EXPECT_EQ(places(), a + "|");
+    EXPECT_EQ(content("new/dir/a"), "");
+    append_message(u" \u00e9 two\nlines\n");
+    EXPECT_THAT(records(), ElementsAre("4:set destinationD/new/dir/a",
+                                       "4: destination_file.string()=D/new/dir/a",
+                                       "4: msg= \xC3\xA9 two\nlines\n"));
+    auto inner = std::make_unique<Logger>(Path(name("b")));
+    append_message(std::string("in b"));
+    EXPECT_THAT(
+        records(),
+        ElementsAre("4:set destinationD/b",
+                    "4: destination_file.string()=D/new/dir/a ofile.string()=D/b",
+                    "4: msg=Reset destination file log D/new/dir/a to D/b", "8:flush destination",
+                    "4: last_destination_file.string()=D/new/dir/a", "8:unset destination",
+                    "4: destination_file.string()=D/b", "4: msg=in b"));
+    EXPECT_EQ(places(), b + "|" + a);
+    inner.reset();
     EXPECT_EQ(places(), "|" + b);
-    {
-        Logger const again(b);
-        detail::forget_last_destination();
-        EXPECT_EQ(places(), b + "|");
-        { Logger const twice(name("b")); }
-        detail::forget_last_destination();
-    }
+    EXPECT_THAT(records(),
+                ElementsAre("8:flush destination", "4: last_destination_file.string()=D/b",
+                            "8:unset destination"));
+    outer.reset();
+    EXPECT_EQ(places(), "|" + b);
+    EXPECT_THAT(records(), ElementsAre("4:no destination, keep last \"D/b\""));
+    outer = std::make_unique<Logger>(b);
+    detail::forget_last_destination();
+    EXPECT_EQ(places(), b + "|");
+    inner = std::make_unique<Logger>(name("b"));
+    inner.reset();
+    detail::forget_last_destination();
+    outer.reset();
     EXPECT_EQ(records().back(), "4:no destination, keep last \"\"");
     EXPECT_EQ(content("new/dir/a"),
               "T  \xC3\xA9 two\nlines\n\nT Reset destination file log " + a + " to " + b + "\n");
     EXPECT_EQ(content("b"), "kept\nT in b\nT Reset destination file log " + b + " to " + b + "\n");
-    EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_));
+    EXPECT_FALSE(fs::exists(directory_ / fallback_));
 }
 
 TEST_F(Log, FallsBackToTheFileOfTheUser) {
@@ -153,17 +150,17 @@ TEST_F(Log, FallsBackToTheFileOfTheUser) {
 TEST_F(Log, RefusesDestinationsThatCannotBeMade) {
     auto const file = write_file(directory_ / "file", ""), d = (directory_ / "").native();
     write_file(directory_ / "log", "");
-    std::filesystem::create_directory(directory_ / "closed");
+    fs::create_directory(directory_ / "closed");
     lock(directory_ / "closed");
     auto const user = as_user();
+    auto const locked = d + "closed/x", none = std::string("/proc/none");
     std::string entries;
-    Rows<std::string, bool, std::string> const rows = {
-        {"", true, ""},
-        {d, true, d},
-        {file + "/below/x", false, file + "/below"},
-        {d + "closed/x", true, d + "closed/x"},
-        {"/proc/none", true, "/proc/none"},
-        {d + "closed/below/x", false, d + "closed/below"}};
+    Rows<std::string, bool, std::string> const rows = {{"", true, ""},
+                                                       {d, true, d},
+                                                       {locked, true, locked},
+                                                       {none, true, none},
+                                                       {file + "/x/y", false, file + "/x"},
+                                                       {locked + "/y", false, locked}};
     for (auto const& [destination, is_file, named] : rows) {
         auto const make = [&destination] { Logger const refused(destination); };
         auto const error = std::string("Install Logger: Cannot ") +
@@ -183,20 +180,17 @@ TEST_F(Log, RefusesDestinationsThatCannotBeMade) {
         record(0);
         EXPECT_EQ(content("log"), entries += "T " + entry + "\n");
     }
-    EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_) ||
-                 std::filesystem::exists(directory_ / "velmora_nobody.log"));
+    EXPECT_FALSE(fs::exists(directory_ / fallback_) ||
+                 fs::exists(directory_ / "velmora_nobody.log"));
     EXPECT_THROW(Logger(std::u16string(u"a\0b", 3)), std::invalid_argument);
     EXPECT_THROW(Logger(std::string("\xFF")), TextConversionError);
 }
 
 TEST_F(Log, CopiesFiles) {
     auto const path = (directory_ / "file").native();
+    std::string const lines = "\n\r\n \xE2\x82\xAC\r\n\n\nx";
     Rows<std::string, std::string> const rows = {
-        {"", ""},
-        {"a", "a\n"},
-        {"a\n", "a\n"},
-        {"a\n\n\nb", "a\n\n\nb\n"},
-        {"\n\r\n \xE2\x82\xAC\r\nx", "\n\r\n \xE2\x82\xAC\r\nx\n"}};
+        {"", ""}, {"a", "a\n"}, {"a\n", "a\n"}, {"\n", "\n"}, {lines, lines + "\n"}};
     for (auto const& [text, copied] : rows) {
         Logger const log(name("log"));
         write_file(path, text);
@@ -206,7 +200,7 @@ TEST_F(Log, CopiesFiles) {
         auto const entry =
             "T Content of the file " + path + "\n" + copied + "End of the file " + path + "\n";
         EXPECT_EQ(content("log"), entry + entry + entry);
-        std::filesystem::remove(directory_ / "log");
+        fs::remove(directory_ / "log");
     }
     // A name in its own form, not the system's, and the records.
     Logger const log(name("log"));
@@ -254,25 +248,25 @@ TEST_F(Log, TakesNothingButText) {
 TEST_F(Log, SurvivesWhatHappensToItsFile) {
     Logger const log(name("dir/log"));
     append_message(u"one");
-    std::filesystem::rename(directory_ / "dir/log", directory_ / "rotated");
+    fs::rename(directory_ / "dir/log", directory_ / "rotated");
     append_message(u"two");
-    std::filesystem::remove(directory_ / "dir/log");
+    fs::remove(directory_ / "dir/log");
     append_message(u"three");
     EXPECT_EQ(content("rotated") + content("dir/log"), "T one\nT three\n");
-    std::filesystem::remove_all(directory_ / "dir");
+    fs::remove_all(directory_ / "dir");
     record();
     append_message(u"lost");
     EXPECT_THAT(records(),
                 ElementsAre("4: msg=lost", "4:failed to open destination_file for u8msg T lost"));
-    EXPECT_FALSE(std::filesystem::exists(directory_ / fallback_));
-    std::filesystem::create_directory(directory_ / "dir");
+    EXPECT_FALSE(fs::exists(directory_ / fallback_));
+    fs::create_directory(directory_ / "dir");
     append_message(u"four");
     EXPECT_EQ(content("dir/log"), "T four\n");
     // A full disk, whose cause goes away.
-    std::filesystem::remove(directory_ / "dir/log");
-    std::filesystem::create_symlink("/dev/full", directory_ / "dir/log");
+    fs::remove(directory_ / "dir/log");
+    fs::create_symlink("/dev/full", directory_ / "dir/log");
     append_message(u"lost");
-    std::filesystem::remove(directory_ / "dir/log");
+    fs::remove(directory_ / "dir/log");
     append_message(u"five");
     EXPECT_EQ(content("dir/log"), "T five\n");
 }
@@ -385,13 +379,13 @@ TEST_F(Log, LosesNoReturnedEntryToACrash) {
             expected += "T " + std::to_string(number) + '\n';
         }
         ASSERT_EQ(content("log").substr(0, expected.size()), expected);
-        std::filesystem::remove(directory_ / "log");
+        fs::remove(directory_ / "log");
     }
 }
 
 TEST_F(Log, LeavesNoDescriptorOpen) {
     auto const descriptors = [] {
-        std::filesystem::directory_iterator const open("/proc/self/fd");
+        fs::directory_iterator const open("/proc/self/fd");
         return std::distance(begin(open), end(open));
     };
     write_file(directory_ / "malformed", "\xFF");

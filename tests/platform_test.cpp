@@ -129,7 +129,7 @@ TEST(FileStreams, AreNotInheritedByPrograms) {
     ::umask(mask);
     InputFileStream const input(path);
     ASSERT_TRUE(input.isOpen() && output.isOpen());
-    EXPECT_EQ(std::filesystem::status(directory / "file").permissions(), perms(0660));
+    EXPECT_EQ(fs::status(directory / "file").permissions(), fs::perms(0660));
     auto const listing = "ls -l /proc/self/fd | grep -q " + (directory / "file").native();
     EXPECT_EQ(WEXITSTATUS(std::system(listing.c_str())), 1);
 }

@@ -52,7 +52,7 @@ TEST(Validation, ChecksValuesAgainstRules) {
                       failure(value, rule));
         }
     }
-    EXPECT_TRUE(std::filesystem::is_empty(directory / ""));
+    EXPECT_TRUE(fs::is_empty(directory / ""));
 }
 
 TEST(Validation, ReportsTheFirstArgumentThatFails) {
@@ -83,7 +83,7 @@ TEST(Validation, LogsFilesThatCannotBeRead) {
     auto const full = write_file(directory / "full", "x");
     auto const empty = write_file(directory / "empty", "");
     auto const closed = write_file(directory / "closed", "x");
-    std::filesystem::create_directory(directory / "locked");
+    fs::create_directory(directory / "locked");
     lock(directory / "locked");
     lock(closed);
     logger::Logger const logger(log);
@@ -97,7 +97,7 @@ TEST(Validation, LogsFilesThatCannotBeRead) {
         expected.push_back("File '" + value + "' does not exist or it's empty");
     }
     EXPECT_NO_THROW(validate(full, "rfile"));
-    EXPECT_THROW(validate(directory / "locked/x", "rfile"), std::filesystem::filesystem_error);
+    EXPECT_THROW(validate(directory / "locked/x", "rfile"), fs::filesystem_error);
     EXPECT_THROW(validate("\xFF", "rfile"), TextConversionError);
     EXPECT_THROW(validate(std::string("/\0", 2), "rfile"), std::invalid_argument);
     EXPECT_EQ(messages(log), expected);
@@ -145,38 +145,38 @@ TEST(InstallerLocale, NamesTheLocaleOfMessages) {
 TEST(SandboxWorkflow, IsInForceUnderTheAnchor) {
     TemporaryDirectory const directory;
     SandboxWorkflowDetector const detector;
-    std::filesystem::create_directories(directory / "b/c");
+    fs::create_directories(directory / "b/c");
     auto const answer_with = [&](std::string const& anchor) {
         write_file(directory / anchor, "");
         bool const answer = detector.isSandboxWorkflow();
-        std::filesystem::remove(directory / anchor);
+        fs::remove(directory / anchor);
         return answer;
     };
     FileSystemService::setInstallRoot(utf16(directory / "b//c/"));
     EXPECT_TRUE(answer_with("b/qx_anchor"));
     EXPECT_FALSE(answer_with("b/c/qx_anchor"));
     EXPECT_FALSE(answer_with("qx_anchor"));
-    std::filesystem::create_directory(directory / "b/qx_anchor");
+    fs::create_directory(directory / "b/qx_anchor");
     EXPECT_TRUE(detector.isSandboxWorkflow());
     // Without a parent, the name stands alone: the current directory's entry.
     FileSystemService::setInstallRoot(u"single");
-    auto const earlier = std::filesystem::current_path();
-    std::filesystem::current_path(directory / "b");
+    auto const earlier = fs::current_path();
+    fs::current_path(directory / "b");
     EXPECT_TRUE(detector.isSandboxWorkflow());
-    std::filesystem::current_path(earlier);
+    fs::current_path(earlier);
     EXPECT_FALSE(detector.isSandboxWorkflow());
 
     lock(directory / "");
     FileSystemService::setInstallRoot(utf16(directory / "b/c"));
     auto user = as_user();
     EXPECT_FALSE(detector.isSandboxWorkflow());
-    EXPECT_THROW(detector.isSandboxPathExist(), std::filesystem::filesystem_error);
+    EXPECT_THROW(detector.isSandboxPathExist(), fs::filesystem_error);
     user.reset();
     EXPECT_THROW(FileSystemService::setInstallRoot(u"\xD800"), TextConversionError);
     EXPECT_EQ(FileSystemService::installRoot(), utf16(directory / "b/c"));
     FileSystemService::setInstallRoot(u"");
     EXPECT_EQ(FileSystemService::installRoot(),
-              utf16(std::filesystem::canonical("/proc/self/exe").parent_path()));
+              utf16(fs::canonical("/proc/self/exe").parent_path()));
 }
 
 TEST(SandboxWorkflow, IsForDerivedClassesToDecide) {
@@ -205,13 +205,11 @@ TEST(Versions, AreComparedByComponents) {
     Rows<std::u16string, std::u16string> const refused = {
         {u"1..2", u"1.0.2"}, {u"rc1", u"1"}, {u"1", u"rc1"}, {u"x", u"2147483648"}, {u".", u""}};
     for (auto const& [first, second] : refused) {
-        EXPECT_EQ(error_text<std::invalid_argument>(
-                      [&] { comparator.compareVersionNumbers(first, second); }),
-                  "stoi");
+        auto const compare = [&] { comparator.compareVersionNumbers(first, second); };
+        EXPECT_EQ(error_text<std::invalid_argument>(compare), "stoi");
     }
-    EXPECT_EQ(error_text<std::out_of_range>(
-                  [&] { comparator.compareVersionNumbers(u"2147483648", u"x"); }),
-              "stoi");
+    auto const overflow = [&] { comparator.compareVersionNumbers(u"2147483648", u"x"); };
+    EXPECT_EQ(error_text<std::out_of_range>(overflow), "stoi");
     EXPECT_THROW(comparator.compareVersionNumbers(u"1", u"\xDC00"), TextConversionError);
     Rows<std::string, Strings> const cuts = {{"", {}},          {"1..2", {"1", "", "2"}},
                                              {".5", {"", "5"}}, {"1.2.", {"1", "2"}},

@@ -26,7 +26,7 @@
 
 namespace install::cpputil::testing {
 
-using std::filesystem::perms;
+namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -41,7 +41,7 @@ using Rows = std::vector<std::tuple<Columns...>>;
 /// Puts something back, by its deleter, when it goes out of scope or is reset.
 using Undo = std::shared_ptr<void>;
 
-inline std::u16string utf16(std::filesystem::path const& path) {
+inline std::u16string utf16(fs::path const& path) {
     return TextConversion::fromUtf8(path.native());
 }
 
@@ -52,40 +52,38 @@ public:
         if (::mkdtemp(path_.data()) == nullptr) {
             throw std::runtime_error("no temporary directory " + path_);
         }
-        std::filesystem::permissions(path_, perms::all);
+        fs::permissions(path_, fs::perms::all);
         removal_ = Undo(nullptr, [path = "'" + path_ + "'"](void*) {
             // Without its permissions, only root could remove what a test has locked.
             EXPECT_EQ(std::system(("chmod -R u+rwX " + path + "; rm -r " + path).c_str()), 0);
         });
     }
 
-    std::filesystem::path operator/(std::string const& name) const {
-        return std::filesystem::path(path_) / name;
-    }
+    fs::path operator/(std::string const& name) const { return fs::path(path_) / name; }
 
 private:
-    std::string path_ = std::filesystem::temp_directory_path() / "install_cpputil_XXXXXX";
+    std::string path_ = fs::temp_directory_path() / "install_cpputil_XXXXXX";
     Undo removal_;
 };
 
 /// Makes the file \p path hold \p content, for everyone to use; returns its name.
-inline std::string write_file(std::filesystem::path const& path, std::string_view content) {
+inline std::string write_file(fs::path const& path, std::string_view content) {
     std::ofstream(path, std::ios::binary) << content;
-    std::filesystem::permissions(path, perms::all);
+    fs::permissions(path, fs::perms::all);
     return path;
 }
 
-inline void lock(std::filesystem::path const& path) {
-    std::filesystem::permissions(path, perms::none);
+inline void lock(fs::path const& path) {
+    fs::permissions(path, fs::perms::none);
 }
 
-inline std::string read_file(std::filesystem::path const& path) {
+inline std::string read_file(fs::path const& path) {
     std::ifstream stream(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 /// The messages of a log whose messages have one line each, without their time stamps.
-inline Strings messages(std::filesystem::path const& log) {
+inline Strings messages(fs::path const& log) {
     constexpr std::size_t stamp = std::string_view("(Nov 16, 2026 17:22:45) ").size();
     Strings result;
     std::ifstream stream(log);
