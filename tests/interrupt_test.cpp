@@ -30,17 +30,16 @@ TEST_F(Interrupt, StopsWorkWhileTheFlagIsRaised) {
     throw_default();
     throw_tagged();
     detail::unset();
-    EXPECT_THAT(sink_.take(), ElementsAre(Record{8, "Unset INTERRUPT."}));
+    EXPECT_THAT(sink_.take(), ElementsAre("8:Unset INTERRUPT."));
     set();
     set();
     EXPECT_TRUE(is_set());
-    Record const reading{4, " interruptStatus=true"}, raised{8, "Set INTERRUPT."};
+    constexpr auto reading = "4: interruptStatus=true", raised = "8:Set INTERRUPT.";
     EXPECT_THAT(sink_.take(), ElementsAre(raised, raised, reading));
     EXPECT_EQ(error_text<Exception>(throw_default), "Interrupted.");
     EXPECT_EQ(error_text<Exception>(throw_tagged), "Interrupted. tag");
-    EXPECT_THAT(sink_.take(),
-                ElementsAre(reading, Record{8, "Throw interrupt::Exception with DEFAULT tag."},
-                            reading, Record{8, "Throw interrupt::Exception tag tag"}));
+    EXPECT_THAT(sink_.take(), ElementsAre(reading, "8:Throw interrupt::Exception with DEFAULT tag.",
+                                          reading, "8:Throw interrupt::Exception tag tag"));
     DiagnosticChannel::setEnabledSeverities(channel_name, 4);
     EXPECT_EQ(error_text<Exception>(throw_tagged), "Interrupted. tag");
     EXPECT_THAT(sink_.take(), ElementsAre(reading));
@@ -71,9 +70,9 @@ TEST_F(Interrupt, PauseEndsWhenTheFlagIsRaised) {
     auto const empty = with_variable(variable, "");
     auto const tag = std::string("env ") + variable + " is set.";
     EXPECT_EQ(error_text<Exception>(pause), "Interrupted. " + tag);
-    EXPECT_THAT(sink_.take(), ElementsAre(Record{8, tag + " Waiting 1 minute for interrupt..."},
-                                          Record{4, " interruptStatus=true"},
-                                          Record{8, "Throw interrupt::Exception tag " + tag}));
+    EXPECT_THAT(sink_.take(),
+                ElementsAre("8:" + tag + " Waiting 1 minute for interrupt...",
+                            "4: interruptStatus=true", "8:Throw interrupt::Exception tag " + tag));
     // The best of three, since other work may hold up the machine.
     auto shortest = steady_clock::duration::max();
     auto shortest_when_raised = shortest;

@@ -134,9 +134,6 @@ inline volatile std::sig_atomic_t signal_count = 0;
             }};
 }
 
-/// The severity and the text of a diagnostic record.
-using Record = std::pair<int, std::string>;
-
 /// Switches a channel on and gathers its records from a sink that is registered with the logging
 /// core; switches the channel off again.
 class RecordSink {
@@ -151,8 +148,8 @@ public:
         });
     }
 
-    /// Returns the records since the last call.
-    std::vector<Record> take() { return std::exchange(sink_->locked_backend()->records, {}); }
+    /// Returns the records since the last call, each as its severity, a colon and its text.
+    Strings take() { return std::exchange(sink_->locked_backend()->records, {}); }
 
     /// Lets the sink throw at every record from now on.
     void fail() { sink_->locked_backend()->fails = true; }
@@ -165,12 +162,13 @@ private:
                 throw std::logic_error("sink");
             }
             EXPECT_EQ(boost::log::extract_or_throw<std::string>("Channel", record), channel);
-            records.emplace_back(boost::log::extract_or_throw<int>("Severity", record),
-                                 record[boost::log::expressions::smessage].get());
+            auto const severity = boost::log::extract_or_throw<int>("Severity", record);
+            records.push_back(std::to_string(severity) + ":" +
+                              record[boost::log::expressions::smessage].get());
         }
 
         std::string channel;
-        std::vector<Record> records;
+        Strings records;
         bool fails = false;
     };
     using Sink = boost::log::sinks::synchronous_sink<Backend>;
