@@ -103,7 +103,7 @@ TEST_F(Interrupt, PauseLastsAMinuteWhateverSignalsCome) {
     auto const start = steady_clock::now();
     pause();
     auto const paused = steady_clock::now() - start;
-    EXPECT_GT(signal_count, 1000);
+    EXPECT_GT(signal_count.load(), 1000);
     EXPECT_GE(paused, 60s);
     EXPECT_LT(paused, 70s);
     EXPECT_THAT(sink_.take(), ::testing::SizeIs(1));

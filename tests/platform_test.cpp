@@ -103,7 +103,7 @@ TEST(OutputFileStream, WritesAllOfAText) {
     TemporaryDirectory const directory;
     ASSERT_EQ(::mkfifo((directory / "pipe").c_str(), 0600), 0);
     std::string const text = std::string(3'000'000, 'x') + "\n";
-    auto const first_signal = signal_count;
+    auto const first_signal = signal_count.load();
     std::string read;
     std::thread reader([&] {
         std::ifstream stream(directory / "pipe");

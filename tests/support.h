@@ -8,6 +8,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core.hpp>
 #include <boost/log/expressions/message.hpp>
@@ -116,7 +117,7 @@ inline Strings messages(fs::path const& log) {
 }
 
 /// How many signals of `with_signals` have come.
-inline volatile std::sig_atomic_t signal_count = 0;
+inline std::atomic<int> signal_count = 0;
 
 /// Sends the process a signal every few milliseconds; its handler lets system calls be broken off.
 [[nodiscard]] inline Undo with_signals() {
@@ -125,7 +126,7 @@ inline volatile std::sig_atomic_t signal_count = 0;
         ::setitimer(ITIMER_REAL, &timer, nullptr);
     };
     struct sigaction action = {}, earlier = {};
-    action.sa_handler = [](int) { signal_count = signal_count + 1; };
+    action.sa_handler = [](int) { ++signal_count; };
     ::sigaction(SIGALRM, &action, &earlier);
     ring(5'000);
     return {nullptr, [=](void*) {
