@@ -10,6 +10,16 @@
 
 using namespace install::cpputil;
 
+/// Whether the services served a static constructor of a program that links the library.
+static bool const served_early = [] {
+    {
+        logger::Logger const log(Path(u"/dev/null"));
+        logger::append_message(u"early");
+    }
+    logger::detail::forget_last_destination();
+    return !interrupt::is_set() && InputFileParser().parse(u"/dev/null").empty();
+}();
+
 /// Returns whether the library is as it must be when it was just loaded; leaves it with a destination
 /// set, the flag raised and a channel on.
 extern "C" bool use_library(char const* log, char const* input_file) {
@@ -20,5 +30,5 @@ extern "C" bool use_library(char const* log, char const* input_file) {
     logger::append_file(std::string(input_file));
     DiagnosticChannel::setEnabledSeverities("install::cpputil::interrupt", 8);
     interrupt::set();
-    return fresh && InputFileParser().parse(u"/dev/null").empty();
+    return served_early && fresh && InputFileParser().parse(u"/dev/null").empty();
 }
