@@ -126,7 +126,8 @@ void validate_inputs(PropertyMap const& inputs) {
                                  "the input file names no install_dir",
                                  createLocation("example_installer", "validate_inputs"));
     }
-    is_older(text_of(inputs, u"installed_version"));
+    // Throws for what is no version number.
+    static_cast<void>(is_older(text_of(inputs, u"installed_version")));
 }
 
 void describe_system(PropertyMap const& inputs) {

@@ -185,6 +185,13 @@ TEST_F(Log, RefusesDestinationsThatCannotBeMade) {
     EXPECT_THROW(Logger(std::string("\xFF")), TextConversionError);
 }
 
+TEST_F(Log, IsLeftWithoutADestinationThatNoLoggerUnsets) {
+    record();
+    sink_.fail(" destination_file.string()=");
+    EXPECT_THROW(Logger(name("log")), std::logic_error);
+    EXPECT_EQ(get_destination().string(), u"");
+}
+
 TEST_F(Log, CopiesFiles) {
     auto const path = (directory_ / "file").native();
     std::string const lines = "\n\r\n \xE2\x82\xAC\r\n\n\nx";

@@ -152,25 +152,25 @@ public:
     /// Returns the records since the last call, each as its severity, a colon and its text.
     Strings take() { return std::exchange(sink_->locked_backend()->records, {}); }
 
-    /// Lets the sink throw at every record from now on.
-    void fail() { sink_->locked_backend()->fails = true; }
+    /// Lets the sink throw at every record from now on whose text holds \p text.
+    void fail(std::string const& text = "") { sink_->locked_backend()->refused = text; }
 
 private:
     struct Backend
         : boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
         void consume(boost::log::record_view const& record) {
-            if (fails) {
-                throw std::logic_error("sink");
-            }
             EXPECT_EQ(boost::log::extract_or_throw<std::string>("Channel", record), channel);
             auto const severity = boost::log::extract_or_throw<int>("Severity", record);
-            records.push_back(std::to_string(severity) + ":" +
-                              record[boost::log::expressions::smessage].get());
+            auto const& text = record[boost::log::expressions::smessage].get();
+            if (refused && text.find(*refused) != std::string::npos) {
+                throw std::logic_error("sink");
+            }
+            records.push_back(std::to_string(severity) + ":" + text);
         }
 
         std::string channel;
         Strings records;
-        bool fails = false;
+        std::optional<std::string> refused;
     };
     using Sink = boost::log::sinks::synchronous_sink<Backend>;
 

@@ -178,9 +178,14 @@ void set_destination(Path const& file) {
     }
     auto new_destination = file;
     std::lock_guard const lock(destination_mutex);
-    // Told first: were it told after, a sink that throws would leave a destination that no Logger unsets.
-    channel.write(Severity::details, {" destination_file.string()=", text});
     destination_file = std::move(new_destination);
+    try {
+        channel.write(Severity::details, {" destination_file.string()=", text});
+    } catch (...) {
+        // The constructor fails with the sink, so that no Logger would ever unset the destination.
+        destination_file = Path();
+        throw;
+    }
 }
 
 }  // namespace
