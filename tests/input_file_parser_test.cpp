@@ -110,7 +110,7 @@ TEST_F(InputFile, IsMadeOfStepsThatAnswerByThemselves) {
 
 TEST_F(InputFile, MissingIsAnErrorAndUnreadableIsEmpty) {
     RecordSink sink(channel_name);
-    lock(write_file(directory_ / "inputs.txt", "a=1\n"));
+    deny_access(write_file(directory_ / "inputs.txt", "a=1\n"));
     for (auto const& path : {std::u16string(), utf16(directory_ / "none"), path_ + u"/below"}) {
         EXPECT_EQ(error_text<std::runtime_error>([&] { parser_.parse(path); }),
                   "input file does not exist!");
@@ -119,7 +119,7 @@ TEST_F(InputFile, MissingIsAnErrorAndUnreadableIsEmpty) {
     auto user = as_user();
     EXPECT_EQ(parsed(path_), "");
     user.reset();
-    lock(directory_ / "");
+    deny_access(directory_ / "");
     user = as_user();
     EXPECT_THROW(parsed(path_), fs::filesystem_error);
     EXPECT_THAT(sink.take(), IsEmpty());

@@ -151,7 +151,7 @@ TEST_F(Log, RefusesDestinationsThatCannotBeMade) {
     auto const file = write_file(directory_ / "file", ""), d = (directory_ / "").native();
     write_file(directory_ / "log", "");
     fs::create_directory(directory_ / "closed");
-    lock(directory_ / "closed");
+    deny_access(directory_ / "closed");
     auto const user = as_user();
     auto const locked = d + "closed/x", none = std::string("/proc/none");
     std::string entries;
@@ -219,7 +219,7 @@ TEST_F(Log, CopiesFiles) {
 }
 
 TEST_F(Log, RefusesFilesThatItCannotCopy) {
-    lock(write_file(directory_ / "file", "a\n"));
+    deny_access(write_file(directory_ / "file", "a\n"));
     auto const refusal = [&](std::string const& file) {
         return error_text<std::runtime_error>([&] { append_file(name(file)); });
     };

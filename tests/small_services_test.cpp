@@ -84,8 +84,8 @@ TEST(Validation, LogsFilesThatCannotBeRead) {
     auto const empty = write_file(directory / "empty", "");
     auto const closed = write_file(directory / "closed", "x");
     fs::create_directory(directory / "locked");
-    lock(directory / "locked");
-    lock(closed);
+    deny_access(directory / "locked");
+    deny_access(closed);
     logger::Logger const logger(log);
     auto const user = as_user();
     Strings expected;
@@ -166,7 +166,7 @@ TEST(SandboxWorkflow, IsInForceUnderTheAnchor) {
     fs::current_path(earlier);
     EXPECT_FALSE(detector.isSandboxWorkflow());
 
-    lock(directory / "");
+    deny_access(directory / "");
     FileSystemService::setInstallRoot(utf16(directory / "b/c"));
     auto user = as_user();
     EXPECT_FALSE(detector.isSandboxWorkflow());

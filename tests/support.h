@@ -1,11 +1,11 @@
 #pragma once
 
-// What the tests share: real files, the environment, other users, and the records of the library.
+// Helpers of the tests: files, environment variables, users, signals, child processes and records.
 
 #include <gmock/gmock.h>
 #include <stdlib.h>
 #include <sys/stat.h>
-#include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,11 +13,14 @@
 #include <boost/log/core.hpp>
 #include <boost/log/expressions/message.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
-#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/log/sinks/unlocked_frontend.hpp>
 #include <boost/make_shared.hpp>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -39,23 +42,23 @@ using Strings = std::vector<std::string>;
 template <typename... Columns>
 using Rows = std::vector<std::tuple<Columns...>>;
 
-/// Puts something back, by its deleter, when it goes out of scope or is reset.
+/// Restores something, by its deleter, when it goes out of scope or is reset.
 using Undo = std::shared_ptr<void>;
 
 inline std::u16string utf16(fs::path const& path) {
     return TextConversion::fromUtf8(path.native());
 }
 
-/// A directory of its own for one test, open to every user, removed with all that is in it.
+/// A directory for one test, writable by every user. The destructor removes it and its content.
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
         if (::mkdtemp(path_.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory " + path_);
+            throw std::runtime_error("cannot create the directory " + path_);
         }
         fs::permissions(path_, fs::perms::all);
         removal_ = Undo(nullptr, [path = "'" + path_ + "'"](void*) {
-            // Without its permissions, only root could remove what a test has locked.
+            // Without this, only root could remove what a test has made inaccessible.
             EXPECT_EQ(std::system(("chmod -R u+rwX " + path + "; rm -r " + path).c_str()), 0);
         });
     }
@@ -67,14 +70,14 @@ private:
     Undo removal_;
 };
 
-/// Makes the file \p path hold \p content, for everyone to use; returns its name.
+/// Writes \p content to the file \p path, gives every user access to it and returns its name.
 inline std::string write_file(fs::path const& path, std::string_view content) {
     std::ofstream(path, std::ios::binary) << content;
     fs::permissions(path, fs::perms::all);
     return path;
 }
 
-inline void lock(fs::path const& path) {
+inline void deny_access(fs::path const& path) {
     fs::permissions(path, fs::perms::none);
 }
 
@@ -83,7 +86,7 @@ inline std::string read_file(fs::path const& path) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// The messages of a log whose messages have one line each, without their time stamps.
+/// Returns the messages of \p log, which must have one line each, without their time stamps.
 inline Strings messages(fs::path const& log) {
     constexpr std::size_t stamp = std::string_view("(Nov 16, 2026 17:22:45) ").size();
     Strings result;
@@ -95,7 +98,12 @@ inline Strings messages(fs::path const& log) {
     return result;
 }
 
-/// Gives an environment variable a value, or none.
+inline std::ptrdiff_t open_descriptors() {
+    fs::directory_iterator const open("/proc/self/fd");
+    return std::distance(begin(open), end(open));
+}
+
+/// Sets an environment variable, or unsets it if there is no \p value.
 [[nodiscard]] inline Undo with_variable(char const* name, std::optional<std::string> const& value) {
     auto const set = [name](std::optional<std::string> const& text) {
         text ? ::setenv(name, text->c_str(), 1) : ::unsetenv(name);
@@ -106,8 +114,8 @@ inline Strings messages(fs::path const& log) {
     return {nullptr, [=](void*) { set(earlier); }};
 }
 
-/// Makes the process act as another user, since permissions mean nothing to root. Whoever else runs
-/// the tests is bound by permissions as it is.
+/// Makes a process of root act as another user, because root ignores permissions. Does nothing if
+/// another user runs the tests.
 [[nodiscard]] inline Undo as_user(uid_t user = 65534) {
     auto const earlier = ::geteuid();
     if (earlier == 0 && ::seteuid(user) != 0) {
@@ -116,69 +124,109 @@ inline Strings messages(fs::path const& log) {
     return {nullptr, [=](void*) { EXPECT_EQ(::seteuid(earlier), 0); }};
 }
 
-/// How many signals of `with_signals` have come.
+/// The number of signals since the last call of `with_signals`.
 inline std::atomic<int> signal_count = 0;
 
-/// Sends the process a signal every few milliseconds; its handler lets system calls be broken off.
+inline void await_signals(int count) {
+    while (signal_count < count) {
+        std::this_thread::yield();
+    }
+}
+
+/// Sends the process a signal every few milliseconds, which interrupts system calls.
 [[nodiscard]] inline Undo with_signals() {
-    auto const ring = [](suseconds_t interval) {
-        itimerval const timer = {{0, interval}, {0, interval}};
-        ::setitimer(ITIMER_REAL, &timer, nullptr);
-    };
+    signal_count = 0;
     struct sigaction action = {}, earlier = {};
     action.sa_handler = [](int) { ++signal_count; };
     ::sigaction(SIGALRM, &action, &earlier);
-    ring(5'000);
+    ::ualarm(5'000, 5'000);
     return {nullptr, [=](void*) {
-                ring(0);
+                ::ualarm(0, 0);
                 ::sigaction(SIGALRM, &earlier, nullptr);
             }};
 }
 
-/// Switches a channel on and gathers its records from a sink that is registered with the logging
-/// core; switches the channel off again.
+/// A sink of the logging core that collects the records of one channel. The channel is enabled as
+/// long as the sink exists.
 class RecordSink {
 public:
+    using Hook = std::function<void(std::string const& text)>;
+
     explicit RecordSink(std::string const& channel, unsigned mask = 4 | 8) {
-        sink_->locked_backend()->channel = channel;
-        boost::log::core::get()->add_sink(sink_);
+        backend_->channel = channel;
+        auto const sink = boost::make_shared<boost::log::sinks::unlocked_sink<Backend>>(backend_);
+        boost::log::core::get()->add_sink(sink);
         DiagnosticChannel::setEnabledSeverities(channel, mask);
-        removal_ = Undo(nullptr, [channel, sink = sink_](void*) {
+        removal_ = Undo(nullptr, [channel, sink](void*) {
             DiagnosticChannel::setEnabledSeverities(channel, 0);
             boost::log::core::get()->remove_sink(sink);
         });
     }
 
     /// Returns the records since the last call, each as its severity, a colon and its text.
-    Strings take() { return std::exchange(sink_->locked_backend()->records, {}); }
+    Strings take() {
+        std::lock_guard const lock(backend_->mutex);
+        return std::exchange(backend_->records, {});
+    }
 
-    /// Lets the sink throw at every record from now on whose text holds \p text.
-    void fail(std::string const& text = "") { sink_->locked_backend()->refused = text; }
+    /// Calls \p hook with the text of each later record before the record is collected. No other
+    /// thread may be writing records.
+    void callForEach(Hook hook) { backend_->hook = std::move(hook); }
+
+    /// Lets the sink throw at every later record whose text contains \p text.
+    void fail(std::string const& text = "") {
+        callForEach([text](std::string const& record) {
+            if (record.find(text) != std::string::npos) {
+                throw std::logic_error("sink");
+            }
+        });
+    }
 
 private:
-    struct Backend
-        : boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
+    struct Backend : boost::log::sinks::basic_sink_backend<boost::log::sinks::concurrent_feeding> {
         void consume(boost::log::record_view const& record) {
             EXPECT_EQ(boost::log::extract_or_throw<std::string>("Channel", record), channel);
             auto const severity = boost::log::extract_or_throw<int>("Severity", record);
-            auto const& text = record[boost::log::expressions::smessage].get();
-            if (refused && text.find(*refused) != std::string::npos) {
-                throw std::logic_error("sink");
+            auto const text = record[boost::log::expressions::smessage].get();
+            if (hook) {
+                hook(text);
             }
+            std::lock_guard const lock(mutex);
             records.push_back(std::to_string(severity) + ":" + text);
         }
 
         std::string channel;
+        Hook hook;
+        std::mutex mutex;
         Strings records;
-        std::optional<std::string> refused;
     };
-    using Sink = boost::log::sinks::synchronous_sink<Backend>;
 
-    boost::shared_ptr<Sink> sink_ = boost::make_shared<Sink>(boost::make_shared<Backend>());
+    boost::shared_ptr<Backend> backend_ = boost::make_shared<Backend>();
     Undo removal_;
 };
 
-/// Returns the text of the exception of type \p Error that \p call throws; a failure otherwise.
+/// Starts a child process that runs \p work and then ends, with status 1 if an expectation failed. The
+/// system kills a child that runs for twenty seconds.
+inline pid_t start_child(std::function<void()> const& work) noexcept {
+    std::fflush(stdout);  // Otherwise, std::exit in the child would write the buffered text again.
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::alarm(20);
+        work();
+        ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    return child;
+}
+
+/// Waits for the end of \p child and returns its wait status.
+inline int status_of(pid_t child) {
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return status;
+}
+
+/// Returns the text of the exception of type \p Error that \p call throws. The test fails if it throws
+/// none, or one of a derived type.
 template <typename Error, typename Call>
 std::string error_text(Call call) {
     try {
