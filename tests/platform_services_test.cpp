@@ -1,0 +1,110 @@
+// Paths, the file system, users, local time, and the use of all services by several threads.
+
+#include <future>
+
+#include "platform/file_system_service.h"
+#include "platform/platform_info.h"
+#include "tests/support.h"
+
+namespace install::cpputil::testing {
+namespace {
+
+TEST(Path, ReducesRunsOfSeparatorsToOne) {
+    Path const path(u"//a///b/../\u00e9//");
+    EXPECT_EQ(path.string(), u"/a/b/../\u00e9/");
+    EXPECT_EQ(path.narrowName(), "/a/b/../\xC3\xA9/");
+    EXPECT_EQ(Path().string(), u"");
+}
+
+TEST(Path, RejectsNulAndMalformedText) {
+    EXPECT_EQ(error_text<std::invalid_argument>([] { Path(std::u16string(u"/a\0b", 4)); }),
+              "a path must not hold a NUL: \"/a\" is followed by one");
+    EXPECT_THROW(Path(u"/\xD800"), TextConversionError);
+}
+
+TEST(FileSystemService, ReturnsParents) {
+    std::map<std::u16string, std::u16string> const parents = {
+        {u"/a/b/c", u"/a/b"}, {u"/a/b/c//", u"/a/b"},
+        {u"/a//b", u"/a"},    {u"a/b", u"a"},
+        {u"/a", u"/"},        {u"//a/", u"/"},
+        {u"a/..", u"a"},      {u"/", u""},
+        {u"//", u""},         {u"a", u""},
+        {u"a/", u""},         {u"", u""}};
+    for (auto const& [path, parent] : parents) {
+        EXPECT_EQ(FileSystemService::parentPath(path), parent) << PrintToString(path);
+    }
+}
+
+TEST(FileSystemService, AddsComponents) {
+    EXPECT_EQ(FileSystemService::concatenatePath(Path(u"/a/"), u"b").string(), u"/a/b");
+    EXPECT_EQ(FileSystemService::concatenatePath(Path(u"/"), u"b").string(), u"/b");
+    EXPECT_EQ(FileSystemService::concatenatePath(Path(), u"b").string(), u"b");
+}
+
+TEST(FileSystemService, TakesTheTemporaryDirectoryFromTheEnvironment) {
+    std::map<std::optional<std::string>, std::u16string> const directories = {
+        {std::nullopt, u"/tmp"}, {"", u"/tmp"}, {"/not/there//", u"/not/there"},
+        {"/\xFF", u"/tmp"},      {"/", u""},    {"relative", u"relative"}};
+    for (auto const& [value, directory] : directories) {
+        auto const variable = with_variable("TMPDIR", value);
+        EXPECT_EQ(FileSystemService::tempDirectory(), directory) << PrintToString(value);
+    }
+}
+
+TEST(FileSystemService, ReturnsTheInstallationRootThatWasSet) {
+    FileSystemService::setInstallRoot(u"/a//b/");
+    EXPECT_THROW(FileSystemService::setInstallRoot(u"\xD800"), TextConversionError);
+    EXPECT_EQ(FileSystemService::installRoot(), u"/a/b/");
+    FileSystemService::setInstallRoot(u"");
+    EXPECT_EQ(FileSystemService::installRoot(),
+              utf16(fs::canonical("/proc/self/exe").parent_path()));
+}
+
+TEST(PlatformInfo, FormatsLocalTime) {
+    auto zone = with_variable("TZ", "XYZ-5:30");
+    ::tzset();
+    std::time_t const time = 1772508907;  // 3 March 2026, 3:35:07 UTC
+    EXPECT_EQ(PlatformInfo::formatTime(time, "%b %d, %Y %H:%M:%S"), "Mar 03, 2026 09:05:07");
+    EXPECT_EQ(PlatformInfo::formatTime(time, "\xC3\xA9%B"), "\xC3\xA9March");
+    EXPECT_EQ(PlatformInfo::formatTime(time, ""), "");
+    std::string const longer_than_the_buffer(300, 'x');
+    EXPECT_EQ(PlatformInfo::formatTime(time, longer_than_the_buffer + "%y"),
+              longer_than_the_buffer + "26");
+    zone.reset();
+    ::tzset();
+    EXPECT_THROW(PlatformInfo::formatTime(std::numeric_limits<std::time_t>::max(), "%Y"),
+                 std::system_error);
+    EXPECT_THROW(PlatformInfo::formatTime(time, std::string("%Y\0", 3)), std::invalid_argument);
+}
+
+TEST(PlatformInfo, ReturnsTheCurrentTime) {
+    auto const before = std::time(nullptr);
+    auto const now = std::stoll(PlatformInfo().currentTime("%s"));
+    EXPECT_TRUE(before <= now && now <= std::time(nullptr)) << now;
+}
+
+// ThreadSanitizer reports an access that no lock guards.
+TEST(PlatformServices, MayBeUsedByManyThreads) {
+    PlatformInfo const info;
+    std::function<void()> const uses[] = {
+        [&] { static_cast<void>(info.userName()); },
+        [] { FileSystemService::setInstallRoot(u"/" + std::u16string(40, u'x')); },
+        [] { static_cast<void>(FileSystemService::installRoot()); },
+        [] { DiagnosticChannel const channel("test"); },
+        [] { DiagnosticChannel::setEnabledSeverities("install::cpputil::logger", 0); }};
+    for (auto const& first : uses) {
+        for (auto const& second : uses) {
+            auto const repeat = [](auto const& use) {
+                for (int count = 0; count != 100; ++count) {
+                    use();
+                }
+            };
+            auto const other = std::async(std::launch::async, repeat, first);
+            repeat(second);
+        }
+    }
+    FileSystemService::setInstallRoot(u"");
+}
+
+}  // namespace
+}  // namespace install::cpputil::testing
