@@ -8,12 +8,11 @@
 
 namespace install::cpputil {
 
-/// Thrown for text that is not well-formed. `what()` tells which encoding it is not and the offset,
-/// counted from 0 in bytes (UTF-8) or code units (UTF-16), at which the first malformed sequence
-/// begins.
+/// Thrown for malformed text. `what()` names the expected encoding and the offset of the first
+/// malformed sequence, counted from 0 in bytes (UTF-8) or code units (UTF-16).
 class INSTALL_CPPUTIL_EXPORT TextConversionError : public std::runtime_error {
 public:
-    /// Makes an error whose `what()` is \p text.
+    /// Creates an error whose `what()` is \p text.
     explicit TextConversionError(std::string const& text);
     /// Copies the text.
     TextConversionError(TextConversionError const&) = default;
@@ -22,30 +21,30 @@ public:
     ~TextConversionError() override;
 };
 
-/// Conversion between UTF-16, in which installers hold names and user inputs, and the UTF-8 of
-/// files and diagnostic records.
+/// Conversion between UTF-16, the encoding of names and user inputs in installers, and UTF-8, the
+/// encoding of files and diagnostic records.
 ///
-/// Strict in both directions: nothing is ever replaced or dropped. Malformed, overlong, surrogate
-/// and out-of-range UTF-8 and unpaired UTF-16 surrogates are refused; NUL is a character like any
-/// other, and a byte-order mark is kept.
+/// Conversion is strict: no character is replaced or dropped. Malformed, overlong and out-of-range
+/// UTF-8, UTF-8 for surrogates and unpaired UTF-16 surrogates are errors. A NUL is an ordinary
+/// character, and a byte-order mark is kept.
 ///
 /// \par Thread safety
 ///     Every function may be called from any thread at any time.
 class INSTALL_CPPUTIL_EXPORT TextConversion {
 public:
-    /// Returns \p text, which is UTF-8, as UTF-16.
+    /// Returns \p text, UTF-8, as UTF-16.
     /// \throws TextConversionError if \p text is not UTF-8
     static std::u16string fromUtf8(std::string_view text);
 
-    /// Does nothing but throw what `fromUtf8` would throw for \p text.
+    /// Checks \p text without converting it; throws the exception that `fromUtf8` would throw.
     /// \throws TextConversionError if \p text is not UTF-8
     static void checkUtf8(std::string_view text);
 
-    /// Returns \p text, which is UTF-16, as UTF-8.
+    /// Returns \p text, UTF-16, as UTF-8.
     /// \throws TextConversionError if \p text is not UTF-16
     static std::string toUtf8(std::u16string_view text);
 
-    /// Returns \p text, which is UTF-16, in the narrow encoding of this platform: UTF-8.
+    /// Returns \p text, UTF-16, in the narrow encoding of this platform, which is UTF-8.
     /// \throws TextConversionError if \p text is not UTF-16
     static std::string toNarrow(std::u16string_view text);
 };
