@@ -38,10 +38,6 @@ using ::testing::PrintToString;
 
 using Strings = std::vector<std::string>;
 
-/// A table of cases.
-template <typename... Columns>
-using Rows = std::vector<std::tuple<Columns...>>;
-
 /// Restores something, by its deleter, when it goes out of scope or is reset.
 using Undo = std::shared_ptr<void>;
 
@@ -172,15 +168,6 @@ public:
     /// Calls \p hook with the text of each later record before the record is collected. No other
     /// thread may be writing records.
     void callForEach(Hook hook) { backend_->hook = std::move(hook); }
-
-    /// Lets the sink throw at every later record whose text contains \p text.
-    void fail(std::string const& text = "") {
-        callForEach([text](std::string const& record) {
-            if (record.find(text) != std::string::npos) {
-                throw std::logic_error("sink");
-            }
-        });
-    }
 
 private:
     struct Backend : boost::log::sinks::basic_sink_backend<boost::log::sinks::concurrent_feeding> {
