@@ -7,7 +7,7 @@
 #include <string_view>
 #include <variant>
 
-#include "platform/export.h"
+#include "export.h"
 
 namespace install::cpputil {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string_view>
 
-#include "platform/export.h"
-#include "platform/path.h"
+#include "export.h"
+#include "path.h"
 
 namespace install::cpputil {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "platform/export.h"
-#include "platform/path.h"
+#include "export.h"
+#include "path.h"
 
 namespace install::cpputil {
 

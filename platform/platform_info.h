@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/export.h"
+#include "export.h"
 
 namespace install::cpputil {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/export.h"
+#include "export.h"
 
 namespace install::cpputil {
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "platform/export.h"
+#include "../platform/export.h"
 
 namespace install::cpputil {
 

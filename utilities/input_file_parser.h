@@ -19,7 +19,7 @@
 #include <variant>
 #include <vector>
 
-#include "platform/export.h"
+#include "../platform/export.h"
 
 namespace install::cpputil {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/export.h"
+#include "../platform/export.h"
 
 namespace install::cpputil::installer_locale {
 

@@ -23,7 +23,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/export.h"
+#include "../platform/export.h"
 
 namespace install::cpputil::interrupt {
 

@@ -33,8 +33,8 @@
 
 #include <string>
 
-#include "platform/export.h"
-#include "platform/path.h"
+#include "../platform/export.h"
+#include "../platform/path.h"
 
 namespace install::cpputil::logger {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/export.h"
+#include "../platform/export.h"
 
 namespace install::cpputil {
 
