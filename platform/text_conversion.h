@@ -14,10 +14,6 @@ class INSTALL_CPPUTIL_EXPORT TextConversionError : public std::runtime_error {
 public:
     /// Creates an error whose `what()` is \p text.
     explicit TextConversionError(std::string const& text);
-    /// Copies the text.
-    TextConversionError(TextConversionError const&) = default;
-    /// Copies the text.
-    TextConversionError& operator=(TextConversionError const&) = default;
     ~TextConversionError() override;
 };
 

@@ -27,10 +27,6 @@ public:
     /// Makes an exception that carries a secondary message alone.
     explicit InstallerException(std::string message);
 
-    /// Copies the texts.
-    InstallerException(InstallerException const&) = default;
-    /// Copies the texts.
-    InstallerException& operator=(InstallerException const&) = default;
     ~InstallerException() override;
 
     /// Returns the error code.

@@ -37,10 +37,6 @@ public:
     /// Makes an exception with \p tag, which tells where the work stopped; it may be empty.
     explicit Exception(std::string const& tag);
 
-    /// Copies the text.
-    Exception(Exception const&) = default;
-    /// Copies the text.
-    Exception& operator=(Exception const&) = default;
     ~Exception() override;
 };
 
