@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -19,7 +18,7 @@ namespace {
 constexpr char16_t separator = u'/';
 
 constinit std::mutex install_root_mutex;
-/// What the installer named; empty while it named nothing. Guarded by install_root_mutex.
+/// The directory that the installer set; empty while it has set none. Guarded by install_root_mutex.
 Path install_root;
 
 std::u16string_view without_trailing_separators(std::u16string_view path) {
@@ -33,11 +32,15 @@ bool FileSystemService::exists(Path const& path) {
     if (::stat(path.narrowName().c_str(), &status) == 0) {
         return true;
     }
-    std::error_code const error(errno, std::generic_category());
-    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
-        return false;
+    switch (int const error = errno) {
+        case ENOENT:
+        case ENOTDIR:
+            return false;
+        default:
+            throw std::filesystem::filesystem_error("cannot determine whether a file exists",
+                                                    path.narrowName(),
+                                                    {error, std::generic_category()});
     }
-    throw std::filesystem::filesystem_error("cannot tell what exists", path.narrowName(), error);
 }
 
 bool FileSystemService::createDirectories(Path const& path) {
@@ -55,16 +58,7 @@ std::u16string FileSystemService::parentPath(std::u16string const& path) {
 }
 
 std::u16string FileSystemService::nativeForm(std::u16string const& path) {
-    auto native = path;
-    auto const both_separators = [](char16_t left, char16_t right) {
-        return left == separator && right == separator;
-    };
-    native.erase(std::unique(native.begin(), native.end(), both_separators), native.end());
-    return native;
-}
-
-std::string FileSystemService::nativeForm(Path const& path) {
-    return path.narrowName();
+    return Path(path).string();
 }
 
 Path FileSystemService::concatenatePath(Path const& path, std::u16string const& component) {
@@ -86,9 +80,9 @@ std::u16string FileSystemService::installRoot() {
 }
 
 void FileSystemService::setInstallRoot(std::u16string const& path) {
-    Path named(path);
+    Path new_root(path);
     std::lock_guard const lock(install_root_mutex);
-    install_root = std::move(named);
+    install_root = std::move(new_root);
 }
 
 std::u16string FileSystemService::tempDirectory() {
@@ -99,7 +93,7 @@ std::u16string FileSystemService::tempDirectory() {
     try {
         return std::u16string(without_trailing_separators(TextConversion::fromUtf8(named)));
     } catch (TextConversionError const&) {
-        // A setting that cannot be used must never cost the caller an exception.
+        // The environment is not under the caller's control: an unusable setting is ignored.
         return u"/tmp";
     }
 }

@@ -7,57 +7,54 @@
 
 namespace install::cpputil {
 
-/// Names in the file system and what stands under them. Texts are UTF-16.
+/// Operations on names in the file system and on what they refer to. Texts are UTF-16.
 ///
 /// \par Thread safety
 ///     Every function may be called from any thread at any time. `tempDirectory` reads the process
-///     environment, which no other thread may change meanwhile.
+///     environment, which no other thread may change at the same time.
 class INSTALL_CPPUTIL_EXPORT FileSystemService {
 public:
-    /// Returns whether there is an entry under \p path; symbolic links are followed. False for an
-    /// empty path.
-    /// \throws std::filesystem::filesystem_error if the system will not tell, for instance for want
-    ///     of search permission on a directory on the way
+    /// Returns whether \p path refers to an existing entry; symbolic links are followed. Returns false
+    /// for an empty path and a dangling link.
+    /// \throws std::filesystem::filesystem_error if the system does not answer, e.g. without search
+    ///     permission on a parent directory
     static bool exists(Path const& path);
 
-    /// Makes the directory \p path and those above it that are missing, mode 0777 under the umask.
-    /// Returns whether the directory was made by this call.
-    /// \throws std::filesystem::filesystem_error if one of them cannot be made
+    /// Creates the directory \p path and its missing parents, with mode 0777 under the umask. Returns
+    /// whether this call created the directory.
+    /// \throws std::filesystem::filesystem_error if one of them cannot be created
     static bool createDirectories(Path const& path);
 
-    /// Returns the text of the directory that \p path stands in. Separators at the end of \p path
-    /// do not count: "/a/b/c/" and "/a/b/c" both give "/a/b". A lone component, the root and an
-    /// empty text have no parent and give an empty text.
+    /// Returns the text of the directory that contains \p path. Separators at the end of \p path are
+    /// ignored: "/a/b/c/" and "/a/b/c" both give "/a/b". A single component, the root and an empty
+    /// text have no parent and give an empty text.
     static std::u16string parentPath(std::u16string const& path);
 
-    /// Returns \p path as the system takes it: with runs of "/" become one, otherwise unchanged.
-    /// ".." stays, since resolving it would change the meaning behind a symbolic link.
+    /// Returns \p path as the system takes it: the text of `Path(path)`.
+    /// \throws std::invalid_argument, TextConversionError as the constructor of `Path` does
     static std::u16string nativeForm(std::u16string const& path);
 
-    /// Returns the narrow name, UTF-8, under which the system knows \p path.
-    static std::string nativeForm(Path const& path);
-
-    /// Returns \p path with \p component as one more component at its end. An empty \p path gives
+    /// Returns \p path with \p component added as its last component. An empty \p path gives
     /// \p component alone.
     /// \throws std::invalid_argument, TextConversionError as the constructor of `Path` does
     static Path concatenatePath(Path const& path, std::u16string const& component);
 
-    /// Returns the directory of the installation: the one that `setInstallRoot` named, else the
-    /// folder of the running executable.
-    /// \throws std::filesystem::filesystem_error if the executable cannot be told
-    /// \throws TextConversionError if the executable's folder is not UTF-8
+    /// Returns the directory of the installation: the one set by `setInstallRoot`, or else the
+    /// directory of the running executable.
+    /// \throws std::filesystem::filesystem_error if the executable's name cannot be read
+    /// \throws TextConversionError if the executable's directory is not UTF-8
     static std::u16string installRoot();
 
-    /// Names the directory of the installation for the whole process. An empty text goes back to
-    /// the folder of the running executable.
-    /// \throws std::invalid_argument, TextConversionError as the constructor of `Path` does; the
-    ///     directory named before stays then
+    /// Sets the directory of the installation for the whole process. An empty text restores the
+    /// default, the directory of the running executable.
+    /// \throws std::invalid_argument, TextConversionError as the constructor of `Path` does; nothing
+    ///     changes then
     static void setInstallRoot(std::u16string const& path);
 
-    /// Returns the directory for temporary files, without a separator at its end: the value of the
-    /// environment variable TMPDIR where that is set and neither empty nor malformed UTF-8, else
-    /// "/tmp". The root directory gives an empty text, so that a separator and a name can always
-    /// follow. Nobody tests whether the directory is there or can be written to.
+    /// Returns the directory for temporary files, without a trailing separator: the value of the
+    /// environment variable TMPDIR if it is set, not empty and UTF-8, or else "/tmp". The root
+    /// directory gives an empty text, so that a separator and a name can always follow. Does not check
+    /// that the directory exists or is writable.
     static std::u16string tempDirectory();
 };
 

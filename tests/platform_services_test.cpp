@@ -18,7 +18,7 @@ TEST(Path, ReducesRunsOfSeparatorsToOne) {
 
 TEST(Path, RejectsNulAndMalformedText) {
     EXPECT_EQ(error_text<std::invalid_argument>([] { Path(std::u16string(u"/a\0b", 4)); }),
-              "a path must not hold a NUL: \"/a\" is followed by one");
+              "a path must not contain a NUL: \"/a\" is followed by one");
     EXPECT_THROW(Path(u"/\xD800"), TextConversionError);
 }
 
