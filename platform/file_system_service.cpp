@@ -33,6 +33,8 @@ bool FileSystemService::exists(Path const& path) {
         return true;
     }
     switch (int const error = errno) {
+        case ELOOP:
+        case ENAMETOOLONG:
         case ENOENT:
         case ENOTDIR:
             return false;

@@ -15,7 +15,7 @@ namespace install::cpputil {
 class INSTALL_CPPUTIL_EXPORT FileSystemService {
 public:
     /// Returns whether \p path refers to an existing entry; symbolic links are followed. Returns false
-    /// for an empty path and a dangling link.
+    /// for an empty path, a dangling or circular link and a name that is too long for the system.
     /// \throws std::filesystem::filesystem_error if the system does not answer, e.g. without search
     ///     permission on a parent directory
     static bool exists(Path const& path);

@@ -90,8 +90,8 @@ TEST(ArgumentValidation, LogsFilesThatCannotBeRead) {
     logger::Logger const logger(log);
     auto const user = as_user();
     Strings expected;
-    for (auto const& value :
-         Strings{"", directory / "none", empty, closed, directory / "", full + "/x"}) {
+    for (auto const& value : Strings{"", directory / "none", empty, closed, directory / "",
+                                     full + "/x", std::string(300, 'x')}) {
         EXPECT_EQ(error_text<std::runtime_error>([&] { validate(value, "rfile:x"); }),
                   failure(value, "rfile:x"));
         expected.push_back("Error reading file " + value);

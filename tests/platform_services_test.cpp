@@ -51,6 +51,16 @@ TEST(FileSystemService, TakesTheTemporaryDirectoryFromTheEnvironment) {
     }
 }
 
+TEST(FileSystemService, FindsNoEntryForANameThatLeadsNowhere) {
+    TemporaryDirectory const directory;
+    fs::create_symlink("circular", directory / "circular");
+    fs::create_symlink("none", directory / "dangling");
+    for (auto const& missing : {directory / "circular", directory / "circular/x",
+                                directory / "dangling", directory / std::string(300, 'x')}) {
+        EXPECT_FALSE(FileSystemService::exists(Path(utf16(missing)))) << missing;
+    }
+}
+
 TEST(FileSystemService, ReturnsTheInstallationRootThatWasSet) {
     FileSystemService::setInstallRoot(u"/a//b/");
     EXPECT_THROW(FileSystemService::setInstallRoot(u"\xD800"), TextConversionError);
