@@ -21,10 +21,10 @@ struct LocaleDeleter {
 };
 using Locale = std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleDeleter>;
 
-/// Returns the name of \p user, empty when there is none; nothing when the database does not
-/// answer.
-std::optional<std::string> look_up_name(uid_t user) {
-    constexpr std::size_t usual_size = 1024;
+/// Returns the name of \p user, or an empty text if the database has none or does not answer. Some
+/// databases report a failure as a missing user, so the two cannot be told apart.
+std::string look_up_name(uid_t user) {
+    constexpr std::size_t usual_size = 32;
     std::vector<char> buffer(usual_size);
     passwd entry = {};
     passwd* found = nullptr;
@@ -35,36 +35,41 @@ std::optional<std::string> look_up_name(uid_t user) {
             buffer.resize(2 * buffer.size());
         }
     }
-    if (found != nullptr) {
-        return entry.pw_name;
-    }
-    return error == 0 ? std::optional(std::string()) : std::nullopt;
+    return found == nullptr ? std::string() : entry.pw_name;
 }
 
 }  // namespace
 
-std::string PlatformInfo::userName() const {
-    std::lock_guard const lock(mutex_);
+PlatformInfo::User PlatformInfo::effectiveUser() const {
     auto const user = ::geteuid();
-    if (user_ != user) {
-        user_.reset();
-        auto name = look_up_name(user);
-        if (!name) {
-            return {};
+    {
+        std::lock_guard const lock(mutex_);
+        if (current_ == user) {
+            return {user, names_.at(user)};
         }
-        userName_ = std::move(*name);
-        user_ = user;
     }
-    return userName_;
+    // Without the lock, because a directory server may take long to answer.
+    auto const name = look_up_name(user);
+    std::lock_guard const lock(mutex_);
+    current_.reset();
+    if (!name.empty()) {
+        names_[user] = name;
+        current_ = user;
+    }
+    return {user, names_[user]};
 }
 
-std::string PlatformInfo::currentTime(std::string const& pattern) const {
+std::string PlatformInfo::userName() const {
+    return effectiveUser().name;
+}
+
+std::string PlatformInfo::currentTime(std::string const& pattern) {
     return formatTime(std::time(nullptr), pattern);
 }
 
 std::string PlatformInfo::formatTime(std::time_t time, std::string const& pattern) {
     if (pattern.find('\0') != std::string::npos) {
-        throw std::invalid_argument("a time pattern must not hold a NUL");
+        throw std::invalid_argument("a time pattern must not contain a NUL");
     }
     std::tm local = {};
     if (::localtime_r(&time, &local) == nullptr) {
@@ -74,8 +79,8 @@ std::string PlatformInfo::formatTime(std::time_t time, std::string const& patter
     if (locale == nullptr) {
         throw std::system_error(errno, std::generic_category(), "locale C");
     }
-    // strftime gives 0 both for an empty text and for a buffer that is too small; with one
-    // character more, a text is never empty.
+    // strftime returns 0 both for an empty text and if the buffer is too small. With one more
+    // character, the text is never empty.
     auto const terminated = pattern + '.';
     std::string text(128, '\0');
     std::size_t length = 0;

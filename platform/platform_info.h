@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <ctime>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,32 +12,40 @@
 
 namespace install::cpputil {
 
-/// Facts about the user and the clock of this machine. Narrow texts are UTF-8.
+/// The user's name and the local time. Narrow texts are UTF-8.
 ///
 /// \par Thread safety
-///     Several threads may use one object. The time functions read the process's time zone, the
-///     user name the user database; both may run on several threads at once.
+///     Several threads may use one object. The time functions read the process's time zone.
 class INSTALL_CPPUTIL_EXPORT PlatformInfo {
 public:
-    /// Returns the effective user's name in the user database; empty when there is none. The object
-    /// keeps the name until the effective user changes, since the database may be a directory
-    /// server behind the network.
+    /// A user of this machine. The name is empty if the user database has none.
+    struct User {
+        uid_t id;          ///< the user's number
+        std::string name;  ///< the user's name, UTF-8
+    };
+
+    /// Returns the effective user. The object keeps the name until the effective user changes, because
+    /// the database may be a directory server. If the database does not answer, returns the user's last
+    /// known name.
+    User effectiveUser() const;
+
+    /// Returns the name of `effectiveUser`.
     std::string userName() const;
 
     /// Returns the current local time in the form of \p pattern, as `formatTime` does.
-    std::string currentTime(std::string const& pattern) const;
+    static std::string currentTime(std::string const& pattern);
 
-    /// Returns \p time as local time in the form of \p pattern, a pattern of strftime. Names of
-    /// months and days are English whatever the process's locale.
+    /// Returns \p time as local time in the form of \p pattern, a pattern of strftime. Names of months
+    /// and days are English in every locale.
     /// \throws std::system_error if \p time has no local time
-    /// \throws std::invalid_argument if \p pattern holds a NUL
+    /// \throws std::invalid_argument if \p pattern contains a NUL
     static std::string formatTime(std::time_t time, std::string const& pattern);
 
 private:
     mutable std::mutex mutex_;
-    // Whose name is kept, if anyone's. Both are guarded by mutex_.
-    mutable std::optional<uid_t> user_;
-    mutable std::string userName_;
+    // The user whose name was looked up last, and the known names. Both are guarded by mutex_.
+    mutable std::optional<uid_t> current_;
+    mutable std::map<uid_t, std::string> names_;
 };
 
 }  // namespace install::cpputil

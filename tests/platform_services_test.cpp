@@ -1,5 +1,7 @@
 // Paths, the file system, users, local time, and the use of all services by several threads.
 
+#include <sys/resource.h>
+
 #include <future>
 
 #include "platform/file_system_service.h"
@@ -70,6 +72,24 @@ TEST(FileSystemService, ReturnsTheInstallationRootThatWasSet) {
               utf16(fs::canonical("/proc/self/exe").parent_path()));
 }
 
+TEST(PlatformInfo, KeepsKnownNamesWhileTheUserDatabaseFails) {
+    constexpr uid_t daemon = 1;
+    PlatformInfo const info, uninformed;
+    auto user = as_user(daemon);
+    auto const name = info.userName();
+    user.reset();
+    static_cast<void>(info.userName());
+    user = as_user(daemon);
+    rlimit earlier = {};
+    ::getrlimit(RLIMIT_NOFILE, &earlier);
+    rlimit const none = {0, earlier.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);  // The database cannot be opened.
+    auto const names = info.userName() + "|" + uninformed.userName();
+    ::setrlimit(RLIMIT_NOFILE, &earlier);
+    EXPECT_EQ(names, name + "|");
+    EXPECT_EQ(uninformed.userName(), name);
+}
+
 TEST(PlatformInfo, FormatsLocalTime) {
     auto zone = with_variable("TZ", "XYZ-5:30");
     ::tzset();
@@ -89,7 +109,7 @@ TEST(PlatformInfo, FormatsLocalTime) {
 
 TEST(PlatformInfo, ReturnsTheCurrentTime) {
     auto const before = std::time(nullptr);
-    auto const now = std::stoll(PlatformInfo().currentTime("%s"));
+    auto const now = std::stoll(PlatformInfo::currentTime("%s"));
     EXPECT_TRUE(before <= now && now <= std::time(nullptr)) << now;
 }
 

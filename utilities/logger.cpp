@@ -72,7 +72,7 @@ Path fallback_file() {
 
 /// Returns one entry, UTF-8, with the line feed that ends it.
 std::string make_log_line(std::string message) {
-    auto const prefix = '(' + PlatformInfo().currentTime(log_time_pattern) + ") ";
+    auto const prefix = '(' + PlatformInfo::currentTime(log_time_pattern) + ") ";
     message.reserve(prefix.size() + message.size() + 1);
     message.insert(0, prefix);
     message += '\n';
