@@ -12,10 +12,10 @@
 namespace install::cpputil {
 namespace {
 
-constexpr int no_descriptor = -1;
-constexpr std::size_t initial_capacity = 32768;
+/// The capacity of an input stream's buffer after the initial one, unless a line needs more.
+constexpr std::size_t usual_capacity = 65536;
 
-/// Repeats a system call for as long as signals break it off.
+/// Makes a system call, and repeats it while signals interrupt it.
 template <typename Call>
 auto retry(Call call) noexcept {
     auto result = call();
@@ -25,105 +25,115 @@ auto retry(Call call) noexcept {
     return result;
 }
 
-int open_file(Path const& path, int flags) noexcept {
-    constexpr mode_t mode = 0666;
+Descriptor open_file(Path const& path, int flags, mode_t mode = 0) noexcept {
     if (path.string().empty()) {
-        return no_descriptor;
+        return {};
     }
-    return retry(
-        [&] { return ::open(path.narrowName().c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); });
+    return Descriptor(retry(
+        [&] { return ::open(path.narrowName().c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); }));
 }
 
-void close_file(int descriptor) noexcept {
-    // Not repeated after EINTR: the descriptor is gone by then and may be another thread's.
-    if (descriptor != no_descriptor) {
-        ::close(descriptor);
-    }
-}
-
-bool is_directory(int descriptor) noexcept {
+Descriptor open_for_reading(Path const& path) noexcept {
+    auto file = open_file(path, O_RDONLY);
     struct stat status = {};
-    return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+    if (file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        return {};
+    }
+    return file;
 }
+
+constexpr int append_flags = O_WRONLY | O_APPEND | O_CREAT;
 
 }  // namespace
 
-InputFileStream::InputFileStream(Path const& path) : descriptor_(open_file(path, O_RDONLY)) {
-    if (isOpen() && is_directory(descriptor_)) {
-        close_file(descriptor_);
-        descriptor_ = no_descriptor;
+Descriptor::~Descriptor() {
+    // Not repeated after EINTR: the descriptor is closed by then and may already belong to another
+    // thread.
+    if (isOpen()) {
+        ::close(value_);
     }
 }
 
-InputFileStream::~InputFileStream() {
-    close_file(descriptor_);
-}
+InputFileStream::InputFileStream(Path const& path) : descriptor_(open_for_reading(path)) {}
+
+InputFileStream::~InputFileStream() = default;
 
 bool InputFileStream::isOpen() const noexcept {
-    return descriptor_ != no_descriptor;
+    return descriptor_.isOpen();
 }
 
-bool InputFileStream::readLine(std::string_view& line) {
+std::optional<std::string_view> InputFileStream::readLine() {
     std::size_t searched = 0;
     do {
-        auto const unread = std::string_view(buffer_.get() + begin_, end_ - begin_);
+        auto const unread = std::string_view(buffer_ + begin_, end_ - begin_);
         if (auto const length = unread.find('\n', searched); length != std::string_view::npos) {
-            line = unread.substr(0, length);
             begin_ += length + 1;
-            return true;
+            return unread.substr(0, length);
         }
         searched = unread.size();
     } while (fill());
-    line = std::string_view(buffer_.get() + begin_, end_ - begin_);
-    begin_ = end_;
-    return !line.empty();
+    if (begin_ == end_) {
+        return std::nullopt;
+    }
+    return std::string_view(buffer_ + std::exchange(begin_, end_), searched);
 }
 
-/// Reads what the system has next behind the unread bytes, which move to the buffer's start. A line
-/// that fills the buffer doubles it. Returns false when nothing came, for good.
+/// Appends what the system has next to the unread bytes. Returns false if there is nothing more.
 bool InputFileStream::fill() {
     if (atEnd_) {
         return false;
     }
-    auto const unread = end_ - begin_;
-    if (unread == capacity_) {
-        auto const capacity = std::max(initial_capacity, 2 * capacity_);
-        auto larger = std::unique_ptr<char[]>(new char[capacity]);
-        std::copy_n(buffer_.get() + begin_, unread, larger.get());
-        buffer_ = std::move(larger);
-        capacity_ = capacity;
-    } else {
-        std::memmove(buffer_.get(), buffer_.get() + begin_, unread);
+    if (end_ == capacity_) {
+        makeRoom();
     }
     auto const count =
-        retry([&] { return ::read(descriptor_, buffer_.get() + unread, capacity_ - unread); });
-    atEnd_ = count <= 0;
+        retry([&] { return ::read(descriptor_.get(), buffer_ + end_, capacity_ - end_); });
+    if (count <= 0) {
+        atEnd_ = true;
+        return false;
+    }
+    end_ += static_cast<std::size_t>(count);
+    return true;
+}
+
+/// Moves the unread bytes to the start of the buffer. A larger buffer replaces the initial one, and
+/// one that a single line fills.
+void InputFileStream::makeRoom() {
+    auto const unread = end_ - begin_;
+    if (larger_ == nullptr || unread == capacity_) {
+        auto const capacity = std::max(usual_capacity, 2 * capacity_);
+        auto larger = std::unique_ptr<char[]>(new char[capacity]);
+        std::copy_n(buffer_ + begin_, unread, larger.get());
+        larger_ = std::move(larger);
+        buffer_ = larger_.get();
+        capacity_ = capacity;
+    } else {
+        std::memmove(buffer_, buffer_ + begin_, unread);
+    }
     begin_ = 0;
-    end_ = unread + (atEnd_ ? 0 : static_cast<std::size_t>(count));
-    return !atEnd_;
+    end_ = unread;
 }
 
 std::int64_t InputFileStream::endPosition() noexcept {
-    auto const position = ::lseek(descriptor_, 0, SEEK_CUR);
-    auto const end = ::lseek(descriptor_, 0, SEEK_END);
-    ::lseek(descriptor_, position, SEEK_SET);
+    auto const position = ::lseek(descriptor_.get(), 0, SEEK_CUR);
+    auto const end = ::lseek(descriptor_.get(), 0, SEEK_END);
+    ::lseek(descriptor_.get(), position, SEEK_SET);
     return end;
 }
 
 OutputFileStream::OutputFileStream(Path const& path)
-    : descriptor_(open_file(path, O_WRONLY | O_APPEND | O_CREAT)) {}
+    : descriptor_(open_file(path, append_flags, 0666)) {}
 
-OutputFileStream::~OutputFileStream() {
-    close_file(descriptor_);
-}
+OutputFileStream::~OutputFileStream() = default;
 
 bool OutputFileStream::isOpen() const noexcept {
-    return descriptor_ != no_descriptor;
+    return descriptor_.isOpen();
 }
 
 void OutputFileStream::write(std::string_view text) noexcept {
     while (!text.empty()) {
-        auto const count = retry([&] { return ::write(descriptor_, text.data(), text.size()); });
+        auto const count =
+            retry([&] { return ::write(descriptor_.get(), text.data(), text.size()); });
         if (count <= 0) {
             return;
         }

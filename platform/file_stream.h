@@ -1,24 +1,46 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "export.h"
 #include "path.h"
 
 namespace install::cpputil {
 
-/// A file, pipe or device open for reading, byte by byte as it is. Owns one descriptor, which child
-/// programs do not inherit, and closes it in its destructor.
+/// \cond INTERNAL
+/// Owns an open file descriptor, which child programs do not inherit, or none.
+class Descriptor final {
+public:
+    Descriptor() noexcept = default;
+    explicit Descriptor(int value) noexcept : value_(value) {}
+    Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, none)) {}
+    Descriptor& operator=(Descriptor&&) = delete;
+    ~Descriptor();
+
+    bool isOpen() const noexcept { return value_ != none; }
+    int get() const noexcept { return value_; }
+
+private:
+    static constexpr int none = -1;
+
+    int value_ = none;
+};
+/// \endcond
+
+/// A file, pipe or device open for reading, byte by byte without translation.
 ///
 /// \par Thread safety
-///     One thread at a time may use a stream.
+///     Only one thread at a time may use a stream.
 class INSTALL_CPPUTIL_EXPORT InputFileStream final {
 public:
-    /// Opens \p path. A directory, a missing file or one that the process may not read leaves the
-    /// stream not open.
+    /// Opens \p path. If it is a directory, is missing or must not be read by this process, the stream
+    /// is not open.
     explicit InputFileStream(Path const& path);
     InputFileStream(InputFileStream const&) = delete;
     InputFileStream& operator=(InputFileStream const&) = delete;
@@ -27,13 +49,12 @@ public:
     /// Returns whether the constructor could open the file.
     bool isOpen() const noexcept;
 
-    /// Reads the next line, of any length, into \p line, without the line feed that ends it. A last
-    /// line without a line feed counts; a failed read ends the file.
+    /// Returns the next line, of any length, without the line feed that ends it, or nothing at the
+    /// end of the file. A last line without a line feed counts; a failed read ends the file.
     ///
-    /// Returns whether there was a line. \p line refers to memory of this stream and is valid until
-    /// the next call.
+    /// The line refers to memory of this stream and is valid until the next call.
     /// \throws std::bad_alloc if a line does not fit into memory
-    bool readLine(std::string_view& line);
+    std::optional<std::string_view> readLine();
 
     /// Returns the position of the file's end, in bytes: its size, which may not be known before it
     /// is read (0 for entries of /proc). -1 for what has no positions, such as a pipe, and for a
@@ -42,27 +63,33 @@ public:
 
 private:
     bool fill();
+    void makeRoom();
 
-    int descriptor_;
-    std::unique_ptr<char[]> buffer_;
-    std::size_t capacity_ = 0;
-    // Bytes that were read and not yet handed out: from begin_ up to end_.
+    Descriptor descriptor_;
+    // The first buffer: a small file needs no allocation.
+    std::array<char, 4096> initial_;
+    // The buffer that replaces initial_ when it is full; null until then.
+    std::unique_ptr<char[]> larger_;
+    char* buffer_ = initial_.data();
+    std::size_t capacity_ = initial_.size();
+    // The bytes of the buffer that were read and not yet returned: from begin_ up to end_.
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
-    // Set by the first read that finds the end or fails; nothing is read after it.
+    // Set by the first read that reaches the end or fails; nothing is read after it.
     bool atEnd_ = false;
 };
 
-/// A file open for appending; made, with mode 0666 under the umask, where it is missing. Owns one
-/// descriptor, which child programs do not inherit, and closes it in its destructor.
+/// A file open for appending.
 ///
 /// \par Thread safety
-///     One thread at a time may use a stream. Every write lands at the end of the file as it is at
-///     that moment, whoever else appends to it.
+///     Only one thread at a time may use a stream. Every write appends at the current end of the file,
+///     even if other processes append to it, too.
 class INSTALL_CPPUTIL_EXPORT OutputFileStream final {
 public:
-    /// Opens \p path. What cannot be opened for writing or made leaves the stream not open.
+    /// Opens \p path; creates a missing file with mode 0666 under the umask. If the file can be neither
+    /// opened for writing nor created, the stream is not open.
     explicit OutputFileStream(Path const& path);
+
     OutputFileStream(OutputFileStream const&) = delete;
     OutputFileStream& operator=(OutputFileStream const&) = delete;
     ~OutputFileStream();
@@ -70,13 +97,13 @@ public:
     /// Returns whether the constructor could open the file.
     bool isOpen() const noexcept;
 
-    /// Appends \p text in one write of the system; in more where the system takes only part of it.
-    /// When it returns, the system has the text, so that the end of the process does not lose it. A
-    /// failure, such as a full disk, is not reported.
+    /// Appends \p text with one call of the system, or more if the system accepts only part of it. Waits
+    /// for the reader of a full pipe. When it returns, the system has the text, and the end of the
+    /// process does not lose it. A failure, such as a full disk, is not reported.
     void write(std::string_view text) noexcept;
 
 private:
-    int descriptor_;
+    Descriptor descriptor_;
 };
 
 }  // namespace install::cpputil

@@ -1,62 +1,68 @@
 #include "platform/file_stream.h"
 
+#include <fcntl.h>
+
 #include "tests/support.h"
 
-namespace install::cpputil {
+namespace install::cpputil::testing {
 namespace {
 
-using namespace testing;
+class FileStream : public ::testing::Test {
+protected:
+    TemporaryDirectory directory_;
+    fs::path const name_ = directory_ / "file";
+    Path const path_{utf16(name_)};
+};
 
-// Whoever reads on behind the end of a pipe takes another writer's lines for the same file's.
-TEST(InputFileStream, EndsForGood) {
-    TemporaryDirectory const directory;
-    ASSERT_EQ(::mkfifo((directory / "pipe").c_str(), 0600), 0);
-    auto const write = [&](char const* text) { write_file(directory / "pipe", text); };
+// A later writer of a pipe may be another program.
+TEST_F(FileStream, ReadsNothingAfterTheEndOfAPipe) {
+    ASSERT_EQ(::mkfifo(name_.c_str(), 0600), 0);
+    auto const write = [&](char const* text) { write_file(name_, text); };
     std::thread writer(write, "a=1\nb");
-    InputFileStream stream(Path(utf16(directory / "pipe")));
+    InputFileStream stream(path_);
     writer.join();
-    std::string_view line;
-    EXPECT_TRUE(stream.readLine(line) && line == "a=1");
-    EXPECT_TRUE(stream.readLine(line) && line == "b");
+    EXPECT_EQ(stream.readLine(), "a=1");
+    EXPECT_EQ(stream.readLine(), "b");
     std::thread(write, "other").join();
-    EXPECT_FALSE(stream.readLine(line)) << line;
+    EXPECT_EQ(stream.readLine(), std::nullopt);
 }
 
-// Signals and the pipe's size make the system take the text in parts, and nothing at times.
-TEST(OutputFileStream, WritesAllOfAText) {
-    TemporaryDirectory const directory;
-    ASSERT_EQ(::mkfifo((directory / "pipe").c_str(), 0600), 0);
+// Because of the signals and the size of a pipe, the system writes the text in parts.
+TEST_F(FileStream, WritesAllOfAText) {
+    ASSERT_EQ(::mkfifo(name_.c_str(), 0600), 0);
     std::string const text = std::string(3'000'000, 'x') + "\n";
-    auto const first_signal = signal_count.load();
     std::string read;
+    // Without a reader, the stream would not open.
+    int const early_reader = ::open(name_.c_str(), O_RDONLY | O_NONBLOCK);
+    auto const signals = with_signals();
     std::thread reader([&] {
-        std::ifstream stream(directory / "pipe");
-        while (signal_count - first_signal < 20) {
-            std::this_thread::yield();
-        }
+        std::ifstream stream(name_);
+        await_signals(20);
         read.assign(std::istreambuf_iterator<char>(stream), {});
     });
     {
-        OutputFileStream stream(Path(utf16(directory / "pipe")));
-        auto const signals = with_signals();
+        OutputFileStream stream(path_);
         stream.write(text);
     }
     reader.join();
     EXPECT_TRUE(read == text) << read.size();
+    ::close(early_reader);
 }
 
-TEST(FileStreams, AreNotInheritedByPrograms) {
-    TemporaryDirectory const directory;
-    Path const path(utf16(directory / "file"));
-    auto const mask = ::umask(007);
-    OutputFileStream const output(path);
-    ::umask(mask);
-    InputFileStream const input(path);
+TEST_F(FileStream, IsNotInheritedByPrograms) {
+    OutputFileStream const output(path_);
+    InputFileStream const input(path_);
     ASSERT_TRUE(input.isOpen() && output.isOpen());
-    EXPECT_EQ(fs::status(directory / "file").permissions(), fs::perms(0660));
-    auto const listing = "ls -l /proc/self/fd | grep -q " + (directory / "file").native();
+    auto const listing = "ls -l /proc/self/fd | grep -q " + name_.native();
     EXPECT_EQ(WEXITSTATUS(std::system(listing.c_str())), 1);
 }
 
+TEST_F(FileStream, CreatesFilesUnderTheUmask) {
+    auto const mask = ::umask(007);
+    OutputFileStream const output(path_);
+    ::umask(mask);
+    EXPECT_EQ(fs::status(name_).permissions(), fs::perms(0660));
+}
+
 }  // namespace
-}  // namespace install::cpputil
+}  // namespace install::cpputil::testing

@@ -185,8 +185,8 @@ std::string InputFileParser::getUserInputsFromFile(std::u16string const& path) c
     if (!stream.isOpen()) {
         return result;
     }
-    for (std::string_view line; stream.readLine(line);) {
-        auto const kept = trimmed(line);
+    while (auto const line = stream.readLine()) {
+        auto const kept = trimmed(*line);
         if (isInputLine(kept)) {
             channel.write(Severity::details, {" line=", kept});
             result.append(kept).append(1, '\n');

@@ -234,9 +234,9 @@ void append_file(std::u16string const& path) {
         auto const size = std::clamp(stream.endPosition(), std::int64_t{0}, most);
         message.reserve(message.size() + static_cast<std::size_t>(size) + trailer.size() +
                         entry_overhead);
-        for (std::string_view line; stream.readLine(line);) {
-            message.append(line).append(1, '\n');
-            channel.write(Severity::details, {" line=", line});
+        while (auto const line = stream.readLine()) {
+            message.append(*line).append(1, '\n');
+            channel.write(Severity::details, {" line=", *line});
         }
     }
     message += trailer;
