@@ -1,6 +1,7 @@
 #include "platform/file_stream.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,8 +34,20 @@ Descriptor open_file(Path const& path, int flags, mode_t mode = 0) noexcept {
         [&] { return ::open(path.narrowName().c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); }));
 }
 
-Descriptor open_for_reading(Path const& path) noexcept {
-    auto file = open_file(path, O_RDONLY);
+/// Opens \p path without waiting for the other end of a pipe: if nothing reads a pipe, it cannot be
+/// opened for writing.
+Descriptor open_without_waiting(Path const& path, int flags, mode_t mode = 0) noexcept {
+    auto file = open_file(path, flags | O_NONBLOCK, mode);
+    if (!file.isOpen() && errno == EWOULDBLOCK) {
+        // A file server has a lease on the file, which the system now breaks within a limited time.
+        return open_file(path, flags, mode);
+    }
+    return file;
+}
+
+Descriptor open_for_reading(Path const& path, InputFileStream::PipeMode mode) noexcept {
+    auto file = mode == InputFileStream::PipeMode::wait ? open_file(path, O_RDONLY)
+                                                        : open_without_waiting(path, O_RDONLY);
     struct stat status = {};
     if (file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode)) {
         return {};
@@ -54,7 +67,8 @@ Descriptor::~Descriptor() {
     }
 }
 
-InputFileStream::InputFileStream(Path const& path) : descriptor_(open_for_reading(path)) {}
+InputFileStream::InputFileStream(Path const& path, PipeMode mode)
+    : descriptor_(open_for_reading(path, mode)) {}
 
 InputFileStream::~InputFileStream() = default;
 
@@ -122,7 +136,7 @@ std::int64_t InputFileStream::endPosition() noexcept {
 }
 
 OutputFileStream::OutputFileStream(Path const& path)
-    : descriptor_(open_file(path, append_flags, 0666)) {}
+    : descriptor_(open_without_waiting(path, append_flags, 0666)) {}
 
 OutputFileStream::~OutputFileStream() = default;
 
@@ -134,10 +148,14 @@ void OutputFileStream::write(std::string_view text) noexcept {
     while (!text.empty()) {
         auto const count =
             retry([&] { return ::write(descriptor_.get(), text.data(), text.size()); });
-        if (count <= 0) {
+        if (count > 0) {
+            text.remove_prefix(static_cast<std::size_t>(count));
+        } else if (count == 0 || errno != EAGAIN) {
             return;
+        } else {
+            pollfd space = {descriptor_.get(), POLLOUT, 0};
+            retry([&] { return ::poll(&space, 1, -1); });
         }
-        text.remove_prefix(static_cast<std::size_t>(count));
     }
 }
 

@@ -39,9 +39,12 @@ private:
 ///     Only one thread at a time may use a stream.
 class INSTALL_CPPUTIL_EXPORT InputFileStream final {
 public:
+    /// Whether to wait for a writer when a pipe without one is opened.
+    enum class PipeMode { wait, no_wait };
+
     /// Opens \p path. If it is a directory, is missing or must not be read by this process, the stream
     /// is not open.
-    explicit InputFileStream(Path const& path);
+    explicit InputFileStream(Path const& path, PipeMode mode = PipeMode::wait);
     InputFileStream(InputFileStream const&) = delete;
     InputFileStream& operator=(InputFileStream const&) = delete;
     ~InputFileStream();
@@ -87,7 +90,7 @@ private:
 class INSTALL_CPPUTIL_EXPORT OutputFileStream final {
 public:
     /// Opens \p path; creates a missing file with mode 0666 under the umask. If the file can be neither
-    /// opened for writing nor created, the stream is not open.
+    /// opened for writing nor created, the stream is not open. This includes a pipe without a reader.
     explicit OutputFileStream(Path const& path);
 
     OutputFileStream(OutputFileStream const&) = delete;

@@ -84,6 +84,8 @@ TEST(ArgumentValidation, LogsFilesThatCannotBeRead) {
     auto const full = write_file(directory / "full", "x");
     auto const empty = write_file(directory / "empty", "");
     auto const closed = write_file(directory / "closed", "x");
+    auto const pipe = (directory / "pipe").native();
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0666), 0);
     fs::create_directory(directory / "locked");
     deny_access(directory / "locked");
     deny_access(closed);
@@ -91,7 +93,7 @@ TEST(ArgumentValidation, LogsFilesThatCannotBeRead) {
     auto const user = as_user();
     Strings expected;
     for (auto const& value : Strings{"", directory / "none", empty, closed, directory / "",
-                                     full + "/x", std::string(300, 'x')}) {
+                                     full + "/x", pipe, std::string(300, 'x')}) {
         EXPECT_EQ(error_text<std::runtime_error>([&] { validate(value, "rfile:x"); }),
                   failure(value, "rfile:x"));
         expected.push_back("Error reading file " + value);

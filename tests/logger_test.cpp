@@ -180,16 +180,19 @@ TEST_F(Log, FallsBackToTheFileOfTheUser) {
 TEST_F(Log, RejectsDestinationsThatCannotBeOpened) {
     auto const file = write_file(directory_ / "file", ""), d = (directory_ / "").native();
     write_file(directory_ / "log", "");
+    ASSERT_EQ(::mkfifo((d + "pipe").c_str(), 0666), 0);
+    fs::permissions(d + "pipe", fs::perms::all);
     fs::create_directory(directory_ / "closed");
     deny_access(directory_ / "closed");
     auto const user = as_user();
     struct Row {
         std::string destination, kind, reported;
     };
-    auto const locked = d + "closed/x", none = std::string("/proc/none");
+    auto const locked = d + "closed/x", pipe = d + "pipe", none = std::string("/proc/none");
     Row const rows[] = {{"", "file", ""},
                         {d, "file", d},
                         {locked, "file", locked},
+                        {pipe, "file", pipe},
                         {none, "file", none},
                         {file + "/x/y", "folder", file + "/x"},
                         {locked + "/y", "folder", locked}};

@@ -39,7 +39,7 @@ bool is_integer(std::string const& value) {
         static_cast<void>(std::stoi(value));
         return true;
     } catch (std::logic_error const&) {
-        // No number, or one out of range: that is the answer.
+        // The value is not a number, or is out of range.
         return false;
     }
 }
@@ -49,7 +49,7 @@ bool is_readable_file(std::string const& value) {
     if (!FileSystemService::exists(path)) {
         return false;
     }
-    InputFileStream stream(path);
+    InputFileStream stream(path, InputFileStream::PipeMode::no_wait);
     return stream.isOpen() && stream.endPosition() > 0;
 }
 
@@ -63,7 +63,11 @@ bool passes(std::string const& value, std::string_view kind, std::string_view li
     if (kind == "intval") {
         return is_integer(value);
     }
-    return kind != "rfile" || is_readable_file(value);
+    if (kind == "rfile") {
+        return is_readable_file(value);
+    }
+    // Every value passes an unknown rule.
+    return true;
 }
 
 void validate(std::string const& name, std::string const& value, std::string_view rule) {

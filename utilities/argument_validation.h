@@ -17,7 +17,8 @@ namespace install::cpputil {
 /// - "boolval": it is "true", "false", "yes" or "no", in capitals or small letters as the global
 ///   `std::locale` has them.
 /// - "intval": it begins with a decimal integer that fits 32 bits, as `std::stoi` reads it.
-/// - "rfile": it names a file that can be opened for reading and is not empty.
+/// - "rfile": it names a file that can be opened for reading and is not empty; a pipe
+///   fails, because its size is not known.
 ///
 /// Any other rule lets every value pass. A ":" and what follows it mean nothing in rules other than
 /// "strval"; "strval" without a ":" allows the text of the rule itself. Arguments without a rule
