@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -92,6 +94,11 @@ public:
     /// Opens \p path; creates a missing file with mode 0666 under the umask. If the file can be neither
     /// opened for writing nor created, the stream is not open. This includes a pipe without a reader.
     explicit OutputFileStream(Path const& path);
+
+    /// Opens a private file of the user \p owner in a directory where other users can create entries.
+    /// Creates a missing file with mode 0600. If \p path is not a regular file with one link that
+    /// belongs to \p owner, in particular if it is a symbolic link, the stream is not open.
+    OutputFileStream(Path const& path, uid_t owner);
 
     OutputFileStream(OutputFileStream const&) = delete;
     OutputFileStream& operator=(OutputFileStream const&) = delete;

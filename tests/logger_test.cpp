@@ -171,10 +171,40 @@ TEST_F(Log, FallsBackToTheFileOfTheUser) {
     }
     append_message(u"three");
     EXPECT_EQ(content(fallback_), "T one\nT three\n");
+    EXPECT_EQ(fs::status(directory_ / fallback_).permissions(), fs::perms(0600));
     records();
     auto const unusable = with_variable("TMPDIR", "/dev/null/none");
     append_message(u"lost");
     EXPECT_THAT(records(), ElementsAre("4: msg=lost", not_opened("lost"), not_opened("lost")));
+}
+
+// Another user may create these entries in order to read, redirect or block what is written.
+TEST_F(Log, RejectsAFallbackFileThatIsNotItsUsers) {
+    auto const path = directory_ / fallback_, target = directory_ / "target";
+    write_file(target, "");
+    int reader = -1;
+    std::vector<std::function<void()>> plants = {
+        [&] { fs::create_symlink(target, path); }, [&] { fs::create_symlink("missing", path); },
+        [&] { fs::create_hard_link(target, path); },
+        [&] {
+            ::mkfifo(path.c_str(), 0666);
+            reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
+        }};
+    if (::geteuid() == 0) {  // Only root can give a file to another user.
+        plants.emplace_back(
+            [&] { EXPECT_EQ(::chown(write_file(path, "").c_str(), 65534, 65534), 0); });
+    }
+    for (auto const& plant : plants) {
+        plant();
+        record();
+        EXPECT_EQ(status_of(start_child([] { append_message(u"x"); })), 0);
+        append_message(u"x");
+        EXPECT_THAT(records(), ElementsAre("4: msg=x", not_opened("x"), not_opened("x")));
+        fs::remove(path);
+    }
+    ::close(reader);
+    EXPECT_EQ(content("target"), "");
+    EXPECT_FALSE(fs::exists(directory_ / "missing"));
 }
 
 TEST_F(Log, RejectsDestinationsThatCannotBeOpened) {

@@ -65,9 +65,9 @@ bool is_destination_set() {
     return !destination_file.string().empty();
 }
 
-Path fallback_file() {
+Path fallback_file(std::string const& user_name) {
     return Path(FileSystemService::tempDirectory() + u"/" + u"velmora_" +
-                TextConversion::fromUtf8(platform_info->userName()) + u".log");
+                TextConversion::fromUtf8(user_name) + u".log");
 }
 
 /// Returns one entry, UTF-8, with the line feed that ends it.
@@ -79,8 +79,7 @@ std::string make_log_line(std::string message) {
     return message;
 }
 
-void write_line(Path const& file, std::string_view line) {
-    OutputFileStream stream(file);
+void write_line(OutputFileStream stream, std::string_view line) {
     if (stream.isOpen()) {
         stream.write(line);
         return;
@@ -99,10 +98,11 @@ void append_utf8(std::string message) {
     auto const lock = lock_for_entry();
     auto const line = make_log_line(std::move(message));
     if (destination_file.string().empty()) {
-        write_line(fallback_file(), line);
+        auto const user = platform_info->effectiveUser();
+        write_line(OutputFileStream(fallback_file(user.name), user.id), line);
     }
     // With no destination this writes nothing but the record that there is none.
-    write_line(destination_file, line);
+    write_line(OutputFileStream(destination_file), line);
 }
 
 [[noreturn]] void refuse_file(char const* record, char const* error) {
