@@ -12,7 +12,8 @@ install(TARGETS install_cpputil EXPORT install_cpputil_targets
 install(DIRECTORY utilities platform
   DESTINATION ${header_directory}
   COMPONENT development
-  FILES_MATCHING PATTERN "*.h")
+  FILES_MATCHING PATTERN "*.h"
+  PATTERN internal EXCLUDE)
 install(EXPORT install_cpputil_targets
   NAMESPACE install::
   DESTINATION ${package_directory}

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/internal/cancellation_guard.h"
+
 namespace install::cpputil {
 namespace {
 
@@ -19,6 +21,7 @@ constexpr std::size_t usual_capacity = 65536;
 /// Makes a system call, and repeats it while signals interrupt it.
 template <typename Call>
 auto retry(Call call) noexcept {
+    CancellationGuard const uncancelled;
     auto result = call();
     while (result == -1 && errno == EINTR) {
         result = call();
@@ -70,6 +73,7 @@ Descriptor open_private_file(Path const& path, uid_t owner) noexcept {
 }  // namespace
 
 Descriptor::~Descriptor() {
+    CancellationGuard const uncancelled;
     // Not repeated after EINTR: the descriptor is closed by then and may already belong to another
     // thread.
     if (isOpen()) {

@@ -39,6 +39,8 @@ private:
 ///
 /// \par Thread safety
 ///     Only one thread at a time may use a stream.
+/// \par Cancellation
+///     A thread is not cancelled while it opens, reads or closes a stream.
 class INSTALL_CPPUTIL_EXPORT InputFileStream final {
 public:
     /// Whether to wait for a writer when a pipe without one is opened.
@@ -89,6 +91,8 @@ private:
 /// \par Thread safety
 ///     Only one thread at a time may use a stream. Every write appends at the current end of the file,
 ///     even if other processes append to it, too.
+/// \par Cancellation
+///     A thread is not cancelled while it opens, writes or closes a stream.
 class INSTALL_CPPUTIL_EXPORT OutputFileStream final {
 public:
     /// Opens \p path; creates a missing file with mode 0666 under the umask. If the file can be neither

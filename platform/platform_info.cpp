@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/internal/cancellation_guard.h"
+
 namespace install::cpputil {
 namespace {
 
@@ -24,6 +26,7 @@ using Locale = std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleDeleter>;
 /// Returns the name of \p user, or an empty text if the database has none or does not answer. Some
 /// databases report a failure as a missing user, so the two cannot be told apart.
 std::string look_up_name(uid_t user) {
+    CancellationGuard const uncancelled;
     constexpr std::size_t usual_size = 32;
     std::vector<char> buffer(usual_size);
     passwd entry = {};

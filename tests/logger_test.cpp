@@ -401,6 +401,39 @@ TEST_F(Log, WritesEveryMessageOfEveryThreadOnce) {
     EXPECT_EQ(std::set(written.begin(), written.end()).size(), written.size());
 }
 
+/// Starts threads that use the log until they are cancelled or the process ends.
+std::vector<std::thread> busy_threads(std::u16string const& destination) {
+    std::vector<std::thread> threads;
+    for (int number = 0; number != 3; ++number) {
+        threads.emplace_back([destination, number] {
+            for (;;) {
+                ::pthread_testcancel();
+                append_message(std::string("entry"));
+                static_cast<void>(get_destination());
+                if (number == 0 && !destination.empty()) {
+                    Logger const log(destination);
+                }
+            }
+        });
+    }
+    return threads;
+}
+
+TEST_F(Log, WorksAfterThreadsAreCancelled) {
+    auto const child = [this] {
+        for (int round = 0; round != 100; ++round) {
+            auto threads = busy_threads(name("log"));
+            for (auto& thread : threads) {
+                ::pthread_cancel(thread.native_handle());
+            }
+            for (auto& thread : threads) {
+                thread.join();
+            }
+        }
+    };
+    EXPECT_EQ(status_of(start_child(child)), 0);
+}
+
 // Each process is killed while it writes. Only its last entry may be incomplete.
 TEST_F(Log, KeepsTheEntriesOfKilledProcesses) {
     constexpr std::size_t processes = 8;

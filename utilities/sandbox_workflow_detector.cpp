@@ -1,16 +1,19 @@
 #include "utilities/sandbox_workflow_detector.h"
 
 #include "platform/file_system_service.h"
+#include "platform/internal/cancellation_guard.h"
 
 namespace install::cpputil {
 
 SandboxWorkflowDetector::~SandboxWorkflowDetector() = default;
 
 bool SandboxWorkflowDetector::isSandboxWorkflow() const {
+    // A cancellation is an exception that must not be swallowed.
+    CancellationGuard const uncancelled;
     try {
         return isSandboxPathExist();
     } catch (...) {
-        // Where nobody can tell, the ordinary workflow is the safe answer.
+        // The ordinary workflow is the default, even if the check fails.
         return false;
     }
 }

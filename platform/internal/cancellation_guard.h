@@ -1,0 +1,22 @@
+#pragma once
+
+#include <pthread.h>
+
+namespace install::cpputil {
+
+/// Postpones a cancellation of the calling thread for as long as the guard exists.
+///
+/// Cancellation unwinds the stack from inside a system call. This ends the process if a calling
+/// function is `noexcept`, and can leave a system library in an unknown state.
+class CancellationGuard {
+public:
+    CancellationGuard() noexcept { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &earlier_); }
+    CancellationGuard(CancellationGuard const&) = delete;
+    CancellationGuard& operator=(CancellationGuard const&) = delete;
+    ~CancellationGuard() { ::pthread_setcancelstate(earlier_, nullptr); }
+
+private:
+    int earlier_ = PTHREAD_CANCEL_ENABLE;
+};
+
+}  // namespace install::cpputil
