@@ -10,6 +10,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/internal/library_storage.h"
+#include "platform/internal/process_mutex.h"
 #include "platform/text_conversion.h"
 
 namespace install::cpputil {
@@ -17,9 +19,24 @@ namespace {
 
 constexpr char16_t separator = u'/';
 
-constinit std::mutex install_root_mutex;
 /// The directory that the installer set; empty while it has set none. Guarded by install_root_mutex.
-Path install_root;
+constinit LibraryStorage<Path> install_root;
+
+constinit ProcessMutex install_root_mutex(ProcessMutex::Rank::install_root);
+ProcessMutex::ForkRegistration const install_root_mutex_registration(install_root_mutex);
+
+struct InstallRootLifetime {
+    InstallRootLifetime() { install_root.create(); }
+    InstallRootLifetime(InstallRootLifetime const&) = delete;
+    InstallRootLifetime& operator=(InstallRootLifetime const&) = delete;
+    ~InstallRootLifetime() {
+        if (install_root_mutex.lockBriefly()) {
+            install_root.destroy();
+            install_root_mutex.unlock();
+        }
+    }
+};
+InstallRootLifetime const install_root_lifetime;
 
 std::u16string_view without_trailing_separators(std::u16string_view path) {
     return path.substr(0, path.find_last_not_of(separator) + 1);
@@ -73,8 +90,8 @@ Path FileSystemService::concatenatePath(Path const& path, std::u16string const& 
 std::u16string FileSystemService::installRoot() {
     {
         std::lock_guard const lock(install_root_mutex);
-        if (!install_root.string().empty()) {
-            return install_root.string();
+        if (auto const* const root = install_root.get(); root && !root->string().empty()) {
+            return root->string();
         }
     }
     auto const executable = std::filesystem::read_symlink("/proc/self/exe");
@@ -84,7 +101,9 @@ std::u16string FileSystemService::installRoot() {
 void FileSystemService::setInstallRoot(std::u16string const& path) {
     Path new_root(path);
     std::lock_guard const lock(install_root_mutex);
-    install_root = std::move(new_root);
+    if (auto* const root = install_root.get()) {
+        *root = std::move(new_root);
+    }
 }
 
 std::u16string FileSystemService::tempDirectory() {

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <mutex>
+
+namespace install::cpputil {
+
+/// A mutex that guards state of the whole library, with support for fork and the end of the process.
+///
+/// Instances have static storage duration and are `constinit`, so that they can be locked before
+/// the library's constructors have run and after its destructors. An instance that is registered
+/// is unlocked in the child of a fork, whichever thread held it in the parent.
+///
+/// Not recursive. Satisfies the standard's Lockable requirements.
+class ProcessMutex {
+public:
+    /// The lock order: a thread that holds a mutex of one rank locks only mutexes of later ranks.
+    enum class Rank { installation_log, install_root, channel_registry };
+
+    explicit constexpr ProcessMutex(Rank rank) noexcept : rank_(rank) {}
+    ProcessMutex(ProcessMutex const&) = delete;
+    ProcessMutex& operator=(ProcessMutex const&) = delete;
+
+    /// \throws std::system_error if the system refuses the lock
+    void lock() {
+        mutex_.lock();
+        owner_.store(::pthread_self(), std::memory_order_relaxed);
+    }
+
+    bool try_lock() noexcept;
+
+    void unlock() noexcept {
+        owner_.store(no_thread, std::memory_order_relaxed);
+        mutex_.unlock();
+    }
+
+    /// Locks for work that must not wait for ever: the end of the process, or a fork. Returns false
+    /// if another thread keeps the mutex locked for a second, and at once if this thread holds it,
+    /// as happens when a sink of the logging core calls exit or fork.
+    bool lockBriefly() noexcept;
+
+    /// Returns whether the calling thread holds the mutex.
+    bool isMine() const noexcept {
+        return owner_.load(std::memory_order_relaxed) == ::pthread_self();
+    }
+
+    /// Locks \p mutex around every fork from now on, until the library is unloaded.
+    class ForkRegistration {
+    public:
+        explicit ForkRegistration(ProcessMutex& mutex) noexcept;
+    };
+
+private:
+    static constexpr pthread_t no_thread = 0;
+
+    static void beforeFork() noexcept;
+    static void afterForkInParent() noexcept;
+    static void afterForkInChild() noexcept;
+
+    std::mutex mutex_;
+    std::atomic<pthread_t> owner_{no_thread};
+    // The thread that holds the mutex for the duration of a fork.
+    std::atomic<pthread_t> forkOwner_{no_thread};
+    Rank const rank_;
+    // The next registered mutex, of the same or a later rank.
+    ProcessMutex* next_ = nullptr;
+};
+
+}  // namespace install::cpputil
