@@ -1,11 +1,10 @@
 #include "utilities/interrupt.h"
 
-#include <time.h>
-
 #include <atomic>
-#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <initializer_list>
+#include <thread>
 
 #include "platform/diagnostic_channel.h"
 
@@ -23,14 +22,22 @@ void write_or_drop(Severity severity,
     try {
         channel.write(severity, pieces);
     } catch (...) {
-        // The flag must work even where a sink does not, and its callers have no use for the
-        // failure.
+        // The callers are noexcept: the flag works even if a sink does not.
     }
 }
 
-void sleep_tenth_of_a_second() noexcept {
-    timespec time = {.tv_sec = 0, .tv_nsec = 100'000'000};
-    while (::nanosleep(&time, &time) == -1 && errno == EINTR) {}
+// Apart from the functions that load the flag, so that these need no stack frame.
+[[gnu::noinline, gnu::cold]] void record_status(bool status) noexcept {
+    write_or_drop(Severity::details, {" interruptStatus=", status});
+}
+
+[[noreturn, gnu::noinline, gnu::cold]] void throw_exception(std::string const& tag) {
+    if (tag.empty()) {
+        channel.write(Severity::changes, {"Throw interrupt::Exception with DEFAULT tag."});
+        throw Exception();
+    }
+    channel.write(Severity::changes, {"Throw interrupt::Exception tag ", tag});
+    throw Exception(tag);
 }
 
 }  // namespace
@@ -49,21 +56,15 @@ void set() noexcept {
 bool is_set() noexcept {
     bool const status = flag.load();
     if (status) {
-        write_or_drop(Severity::details, {" interruptStatus=", status});
+        record_status(status);
     }
     return status;
 }
 
 void throw_if_set(std::string const& tag) {
-    if (!is_set()) {
-        return;
+    if (is_set()) {
+        throw_exception(tag);
     }
-    if (tag.empty()) {
-        channel.write(Severity::changes, {"Throw interrupt::Exception with DEFAULT tag."});
-        throw Exception();
-    }
-    channel.write(Severity::changes, {"Throw interrupt::Exception tag ", tag});
-    throw Exception(tag);
 }
 
 namespace detail {
@@ -86,7 +87,8 @@ void pause_and_throw_if_set(char const* name) {
     channel.write(Severity::changes, {tag, " Waiting 1 minute for interrupt..."});
     for (int count = 0; count != tests_in_a_minute; ++count) {
         throw_if_set(tag);
-        sleep_tenth_of_a_second();
+        // Signals do not shorten this sleep.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
 }
 

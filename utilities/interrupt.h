@@ -6,19 +6,19 @@
 ///     // in the thread that waits for Ctrl-C
 ///     install::cpputil::interrupt::set();
 ///
-///     // in the work, wherever it is able to stop
+///     // in the work, at every point where it can stop
 ///     install::cpputil::interrupt::throw_if_set("unpacking");
 ///
-/// The work unwinds to whoever catches `interrupt::Exception`. The flag stays raised until
-/// `detail::unset` lowers it; it is lowered when the library is loaded.
+/// The work ends with an `interrupt::Exception`. The flag stays raised until `detail::unset` lowers it;
+/// it is lowered when the library is loaded.
 ///
-/// Every change of the flag, every positive reading and every throw is also told on the diagnostic
-/// channel "install::cpputil::interrupt".
+/// The functions write records to the diagnostic channel "install::cpputil::interrupt" when they
+/// change the flag, find it raised or throw.
 ///
 /// \par Thread safety
 ///     Every function may be called from any thread at any time; the flag is a sequentially
-///     consistent atomic. `set` and `detail::unset` are not safe in a signal handler, since their
-///     records take a lock and allocate memory.
+///     consistent atomic. `set` and `detail::unset` must not be called from a signal handler, because
+///     writing a record takes a lock and allocates memory.
 
 #include <stdexcept>
 #include <string>
@@ -27,14 +27,14 @@
 
 namespace install::cpputil::interrupt {
 
-/// Thrown where work stops because the flag is raised. `what()` is "Interrupted." or, with a tag,
+/// Thrown by `throw_if_set` if the flag is raised. `what()` is "Interrupted." or, with a tag,
 /// "Interrupted. " and the tag.
 class INSTALL_CPPUTIL_EXPORT Exception : public std::runtime_error {
 public:
-    /// Makes an exception without a tag.
+    /// Creates an exception without a tag.
     Exception();
 
-    /// Makes an exception with \p tag, which tells where the work stopped; it may be empty.
+    /// Creates an exception with \p tag, which says where the work stopped; it may be empty.
     explicit Exception(std::string const& tag);
 
     ~Exception() override;
@@ -46,11 +46,11 @@ INSTALL_CPPUTIL_EXPORT void set() noexcept;
 /// Returns whether the flag is raised. Costs one atomic load while it is not.
 INSTALL_CPPUTIL_EXPORT bool is_set() noexcept;
 
-/// Throws if the flag is raised, and leaves it raised. Costs one atomic load while it is not: make
-/// a long \p tag beforehand where that matters.
-/// \param tag  goes into the exception's text; an empty one stands for an exception without a tag
+/// Throws if the flag is raised. Does not change the flag. Costs one atomic load while the flag is not
+/// raised, apart from the construction of \p tag.
+/// \param tag  part of the exception's text; an empty tag means an exception without a tag
 /// \throws Exception if the flag is raised
-/// \throws whatever a sink of the logging core throws for the record of the throw
+/// \throws any exception that a sink of the logging core throws for the record of the throw
 INSTALL_CPPUTIL_EXPORT void throw_if_set(std::string const& tag = std::string());
 
 namespace detail {
@@ -62,15 +62,15 @@ INSTALL_CPPUTIL_EXPORT void unset() noexcept;
 
 namespace test {
 
-/// Gives a test time to raise the flag at this point of an installer: does nothing while the
-/// process environment has no variable called \p name; otherwise, whatever its value, holds the
-/// calling thread for one minute and tests the flag every tenth of a second. Signals do not
-/// shorten the minute.
-/// \param name  the variable's exact name, ended by a NUL; never null
-/// \throws Exception with the tag "env NAME is set." once the flag is seen raised
-/// \throws whatever a sink of the logging core throws for a record
+/// Pauses so that a test can raise the flag at this point of an installer. Returns at once if the
+/// process environment has no variable \p name. Otherwise, for any value of the variable, blocks the
+/// calling thread for one minute and checks the flag every tenth of a second. Signals do not shorten
+/// the minute. The thread may be cancelled during the pause.
+/// \param name  the variable's exact name, NUL-terminated; not null
+/// \throws Exception with the tag "env NAME is set." if a check finds the flag raised
+/// \throws any exception that a sink of the logging core throws for a record
 /// \par Thread safety
-///     No other thread may change the environment while the call looks the variable up.
+///     No other thread may change the environment while the call looks up the variable.
 INSTALL_CPPUTIL_EXPORT void pause_and_throw_if_set(char const* name);
 
 }  // namespace test
