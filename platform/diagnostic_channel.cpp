@@ -4,11 +4,14 @@
 #include <boost/log/keywords/severity.hpp>
 #include <boost/log/sources/record_ostream.hpp>
 #include <boost/log/sources/severity_channel_logger.hpp>
-#include <boost/utility/string_view.hpp>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
+#include "platform/internal/cancellation_guard.h"
+#include "platform/internal/process_mutex.h"
 #include "platform/text_conversion.h"
 
 namespace install::cpputil {
@@ -16,9 +19,14 @@ namespace {
 
 namespace log = boost::log;
 
-constinit std::mutex registry_mutex;
-/// The channels of the process, linked through their next_. Guarded by registry_mutex.
-constinit DiagnosticChannel* registry = nullptr;
+static_assert(std::is_trivially_destructible_v<LibraryChannel>);
+
+/// Guards first_channel and the links of the channels.
+constinit ProcessMutex registry_mutex(ProcessMutex::Rank::channel_registry);
+ProcessMutex::ForkRegistration const registry_mutex_registration(registry_mutex);
+
+/// The open channels of the process.
+constinit LibraryChannel* first_channel = nullptr;
 
 class PieceWriter {
 public:
@@ -28,11 +36,10 @@ public:
         stream_.write(text.data(), static_cast<std::streamsize>(text.size()));
     }
 
+    // The stream's own conversion of UTF-16 loops for ever on a text that ends in half a surrogate
+    // pair.
     void operator()(std::u16string_view text) const {
-        // The stream's own conversion never returns from a text that ends in half a surrogate pair,
-        // so malformed text must not reach it.
-        static_cast<void>(TextConversion::toUtf8(text));
-        stream_ << boost::u16string_view(text.data(), text.size());
+        (*this)(std::string_view(TextConversion::toUtf8(text)));
     }
 
     void operator()(bool value) const { stream_ << value; }
@@ -43,12 +50,16 @@ private:
 
 }  // namespace
 
-class DiagnosticChannel::Logger {
+/// The connection of a channel to the logging core.
+class LibraryChannel::Source {
 public:
-    explicit Logger(std::string const& channel) : source_(log::keywords::channel = channel) {}
+    explicit Source(std::string name)
+        : name_(std::move(name)), logger_(log::keywords::channel = name_) {}
+
+    std::string const& name() const noexcept { return name_; }
 
     void push(Severity severity, std::initializer_list<Piece> pieces) {
-        auto record = source_.open_record(log::keywords::severity = static_cast<int>(severity));
+        auto record = logger_.open_record(log::keywords::severity = static_cast<int>(severity));
         if (!record) {
             return;
         }
@@ -57,47 +68,92 @@ public:
             std::visit(PieceWriter(stream), piece);
         }
         stream.flush();
-        source_.push_record(std::move(record));
+        logger_.push_record(std::move(record));
     }
 
 private:
-    log::sources::severity_channel_logger_mt<int, std::string> source_;
+    std::string name_;
+    log::sources::severity_channel_logger_mt<int, std::string> logger_;
 };
 
-DiagnosticChannel::DiagnosticChannel(std::string name)
-    : logger_(std::make_unique<Logger>(name)), name_(std::move(name)) {
+/// Counts a record that is being written, so that `close` does not destroy the source under it.
+class LibraryChannel::RecordInProgress {
+public:
+    explicit RecordInProgress(LibraryChannel& channel) noexcept : channel_(channel) {
+        channel_.recordsInProgress_.fetch_add(1);
+    }
+    RecordInProgress(RecordInProgress const&) = delete;
+    RecordInProgress& operator=(RecordInProgress const&) = delete;
+    ~RecordInProgress() { channel_.recordsInProgress_.fetch_sub(1); }
+
+private:
+    LibraryChannel& channel_;
+};
+
+void LibraryChannel::open(std::string name) {
+    auto source = std::make_unique<Source>(std::move(name));
     std::lock_guard const lock(registry_mutex);
-    next_ = std::exchange(registry, this);
+    source_.store(source.release());
+    next_ = std::exchange(first_channel, this);
+}
+
+void LibraryChannel::close() noexcept {
+    {
+        std::lock_guard const lock(registry_mutex);
+        auto** link = &first_channel;
+        while (*link != this) {
+            link = &(*link)->next_;
+        }
+        *link = next_;
+        enabledSeverities_.store(0);
+    }
+    auto* const source = source_.exchange(nullptr);
+    // At the end of the process, other threads may still write records, and a sink may have called
+    // exit. What they use stays until the process is gone.
+    if (recordsInProgress_.load() == 0) {
+        delete source;
+    }
+}
+
+void LibraryChannel::push(Severity severity, std::initializer_list<Piece> pieces) {
+    // A sink may write to a file, and its callers may be noexcept.
+    CancellationGuard const uncancelled;
+    RecordInProgress const record(*this);
+    if (auto* const source = source_.load()) {
+        source->push(severity, pieces);
+    }
+}
+
+DiagnosticChannel::DiagnosticChannel(std::string name) {
+    channel_.open(std::move(name));
 }
 
 DiagnosticChannel::~DiagnosticChannel() {
-    std::lock_guard const lock(registry_mutex);
-    auto** link = &registry;
-    while (*link != this) {
-        link = &(*link)->next_;
-    }
-    *link = next_;
+    channel_.close();
 }
 
 void DiagnosticChannel::push(Severity severity, std::initializer_list<Piece> pieces) {
-    logger_->push(severity, pieces);
+    channel_.push(severity, pieces);
 }
 
 void DiagnosticChannel::setEnabledSeverities(std::string const& channel, unsigned mask) {
-    bool found = false;
-    std::string names;
     std::lock_guard const lock(registry_mutex);
-    for (auto* each = registry; each != nullptr; each = each->next_) {
-        if (each->name_ == channel) {
+    bool found = false;
+    for (auto* each = first_channel; each != nullptr; each = each->next_) {
+        if (each->source_.load()->name() == channel) {
             each->enabledSeverities_.store(mask, std::memory_order_relaxed);
             found = true;
         }
-        names += (names.empty() ? "\"" : ", \"") + each->name_ + '"';
     }
-    if (!found) {
-        throw std::invalid_argument("there is no diagnostic channel \"" + channel + "\", only " +
-                                    names);
+    if (found || first_channel == nullptr) {
+        return;
     }
+    std::string names;
+    for (auto* each = first_channel; each != nullptr; each = each->next_) {
+        names += (names.empty() ? "\"" : ", \"") + each->source_.load()->name() + '"';
+    }
+    throw std::invalid_argument("there is no diagnostic channel \"" + channel + "\", only " +
+                                names);
 }
 
 }  // namespace install::cpputil

@@ -1,60 +1,55 @@
 #pragma once
 
-#include <atomic>
 #include <initializer_list>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <variant>
 
 #include "export.h"
+#include "library_channel.h"
 
 namespace install::cpputil {
 
-/// The severities of diagnostic records, which are also bits of a channel's mask.
-enum class Severity : int {
-    details = 4,  ///< what an operation sees and does
-    changes = 8,  ///< changes of state, and refusals
-};
-
-/// A named channel of diagnostic records, which go to the sinks of the Boost.Log core of the
-/// process that loads the library.
+/// A named channel of diagnostic records, which go to the sinks of the Boost.Log core of the process.
 ///
-/// A record carries the attributes "Channel" (`std::string`) and "Severity" (`int`); its message is
-/// made of pieces joined without separators. Every channel is off at load, so that a library which
-/// nobody configured stays silent. To see its records, register a sink with the core and switch the
-/// channel on:
+/// A record has the attributes "Channel" (`std::string`) and "Severity" (`int`). Its message consists
+/// of pieces joined without separators. Every channel is off when the library is loaded. To see its
+/// records, register a sink with the core and switch the channel on:
 ///
 ///     namespace log = boost::log;
 ///     log::add_console_log(std::cerr, log::keywords::format = log::expressions::stream
 ///                                                             << log::expressions::smessage);
 ///     DiagnosticChannel::setEnabledSeverities("install::cpputil::logger", 4 | 8);
 ///
+/// Flush asynchronous sinks before the library is unloaded with `dlclose`: the records they keep
+/// refer to code of the library.
+///
 /// \par Thread safety
-///     Any thread may write to a channel and change its mask at any time. What a record holds is
-///     never mixed with another record; a sink receives records as its own frontend orders them.
+///     Any thread may write to a channel and change its mask at any time. The pieces of two records
+///     never mix; each sink receives records in the order that its own frontend defines.
+/// \par Cancellation
+///     A thread is not cancelled while it writes a record.
 class INSTALL_CPPUTIL_EXPORT DiagnosticChannel final {
 public:
-    /// One piece of a record: narrow text, UTF-16 text (shown as UTF-8) or a boolean (shown as the
-    /// word true or false).
-    using Piece = std::variant<std::string_view, std::u16string_view, bool>;
+    /// One piece of a record: narrow text, UTF-16 text (converted to UTF-8) or a boolean (the word
+    /// true or false).
+    using Piece = LibraryChannel::Piece;
 
-    /// Makes a channel that is off. Channels of one name are switched together.
+    /// Creates a channel that is off. Channels of the same name are switched together.
     explicit DiagnosticChannel(std::string name);
     DiagnosticChannel(DiagnosticChannel const&) = delete;
     DiagnosticChannel& operator=(DiagnosticChannel const&) = delete;
+
+    /// No other thread may use the channel any more.
     ~DiagnosticChannel();
 
     /// Returns whether the mask has the bit of \p severity. Costs one relaxed atomic load.
-    bool isEnabled(Severity severity) const noexcept {
-        return (enabledSeverities_.load(std::memory_order_relaxed) &
-                static_cast<unsigned>(severity)) != 0;
-    }
+    bool isEnabled(Severity severity) const noexcept { return channel_.isEnabled(severity); }
 
-    /// Writes one record of \p pieces where the mask has the bit of \p severity and the logging
-    /// core is enabled; does nothing otherwise.
+    /// Writes one record of \p pieces if the mask has the bit of \p severity and the logging core is
+    /// enabled. Does nothing otherwise.
     /// \throws TextConversionError if a piece is malformed UTF-16; no record is written then
-    /// \throws whatever a sink of the logging core throws, unless the core has an exception
+    /// \throws any exception that a sink of the logging core throws, unless the core has an exception
     ///     handler
     void write(Severity severity, std::initializer_list<Piece> pieces) {
         if (isEnabled(severity)) {
@@ -62,21 +57,15 @@ public:
         }
     }
 
-    /// Sets the mask of the channel named \p channel to \p mask, a sum of `Severity` values; 0 is
-    /// off.
-    /// \throws std::invalid_argument if there is no such channel; the text names those there are
+    /// Sets the mask of every channel named \p channel to \p mask, a sum of `Severity` values; 0 is
+    /// off. Does nothing once the library's own channels are gone, at the end of the process.
+    /// \throws std::invalid_argument if there is no such channel; the text lists the existing ones
     static void setEnabledSeverities(std::string const& channel, unsigned mask);
 
 private:
-    class Logger;
-
     void push(Severity severity, std::initializer_list<Piece> pieces);
 
-    std::atomic<unsigned> enabledSeverities_{0};
-    std::unique_ptr<Logger> logger_;
-    std::string const name_;
-    // The next channel of the process, guarded by the registry's mutex.
-    DiagnosticChannel* next_ = nullptr;
+    LibraryChannel channel_;
 };
 
 }  // namespace install::cpputil

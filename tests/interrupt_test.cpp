@@ -68,6 +68,17 @@ TEST_F(Interrupt, ChangesTheFlagBeforeItsRecord) {
     detail::unset();
 }
 
+TEST_F(Interrupt, CannotBeCancelledInARecord) {
+    auto const child = [this] {
+        sink_.callForEach([](std::string const&) { ::pthread_testcancel(); });
+        std::thread([] {
+            ::pthread_cancel(::pthread_self());
+            set();
+        }).join();
+    };
+    EXPECT_EQ(status_of(start_child(child)), 0);
+}
+
 TEST_F(Interrupt, PausesOnlyIfTheVariableIsPresent) {
     set();
     sink_.take();

@@ -7,15 +7,16 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/diagnostic_channel.h"
 #include "platform/file_stream.h"
 #include "platform/file_system_service.h"
+#include "platform/library_channel.h"
 #include "platform/text_conversion.h"
 
 namespace install::cpputil {
 namespace {
 
-DiagnosticChannel channel("install::cpputil::InputFileParser");
+constinit LibraryChannel channel;
+LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::InputFileParser");
 
 constexpr bool is_blank(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');

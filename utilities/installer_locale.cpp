@@ -1,14 +1,15 @@
 #include "utilities/installer_locale.h"
 
-#include "platform/diagnostic_channel.h"
+#include "platform/library_channel.h"
 #include "platform/system_locale_service.h"
 #include "platform/text_conversion.h"
 
 namespace install::cpputil::installer_locale {
 namespace {
 
-// Nothing is written to it yet, but programs may switch it on by its name.
-DiagnosticChannel channel("install::cpputil::InstallerLocale");
+// No records are written to it, but programs may switch it on by its name.
+constinit LibraryChannel channel;
+LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::InstallerLocale");
 
 }  // namespace
 

@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <thread>
 
-#include "platform/diagnostic_channel.h"
+#include "platform/library_channel.h"
 
 namespace install::cpputil::interrupt {
 namespace {
@@ -15,10 +15,11 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 
 constinit std::atomic<bool> flag = false;
 
-DiagnosticChannel channel("install::cpputil::interrupt");
+constinit LibraryChannel channel;
+LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::interrupt");
 
 void write_or_drop(Severity severity,
-                   std::initializer_list<DiagnosticChannel::Piece> pieces) noexcept {
+                   std::initializer_list<LibraryChannel::Piece> pieces) noexcept {
     try {
         channel.write(severity, pieces);
     } catch (...) {

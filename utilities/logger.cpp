@@ -10,9 +10,9 @@
 #include <thread>
 #include <utility>
 
-#include "platform/diagnostic_channel.h"
 #include "platform/file_stream.h"
 #include "platform/file_system_service.h"
+#include "platform/library_channel.h"
 #include "platform/platform_info.h"
 #include "platform/text_conversion.h"
 
@@ -24,7 +24,8 @@ constexpr char const* log_time_pattern = "%b %d, %Y %H:%M:%S";
 /// How much longer an entry is than its message.
 constexpr std::size_t entry_overhead = std::string_view("(Nov 16, 2026 17:22:45) \n").size();
 
-DiagnosticChannel channel("install::cpputil::logger");
+constinit LibraryChannel channel;
+LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::logger");
 
 /// Guards destination_file and last_destination_file, and is held while an entry is written. Taken
 /// before the lock of the channel, never after, and never held across a call of append_message or
