@@ -169,7 +169,11 @@ PropertyMap InputFileParser::convertInputsToPropertyMap(std::string const& text)
 
 void InputFileParser::updateMap(PropertyMap& map, std::u16string const& key,
                                 PropertyValue const& value) {
-    map.insert_or_assign(key, value);
+    // Assigned, not copy-constructed: the copy constructor of this variant in libstdc++ 12 destroys
+    // an incomplete list if memory runs out.
+    PropertyValue copy;
+    copy = value;
+    map.insert_or_assign(key, std::move(copy));
 }
 
 void InputFileParser::removeUnderscores(std::u16string& text) {

@@ -69,8 +69,8 @@ public:
     /// \throws TextConversionError if a key, value or name is not UTF-8
     PropertyMap convertInputsToPropertyMap(std::string const& text);
 
-    /// Makes \p value the value of \p key in \p map, in place of any earlier one. No other thread
-    /// may use \p map meanwhile.
+    /// Makes \p value the value of \p key in \p map, in place of any earlier one. If memory runs
+    /// out, the map is as before. No other thread may use \p map meanwhile.
     void updateMap(PropertyMap& map, std::u16string const& key, PropertyValue const& value);
 
     /// Replaces every "_" of \p text by a space.

@@ -1,0 +1,119 @@
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+#include "platform/file_system_service.h"
+#include "tests/support.h"
+#include "utilities/argument_validation.h"
+#include "utilities/input_file_parser.h"
+#include "utilities/installer_exception.h"
+#include "utilities/installer_locale.h"
+#include "utilities/interrupt.h"
+#include "utilities/logger.h"
+#include "utilities/sandbox_workflow_detector.h"
+#include "utilities/version_comparator.h"
+
+namespace {
+
+constexpr auto unlimited = std::numeric_limits<std::size_t>::max();
+
+/// The number of allocations of this thread that succeed before one fails.
+thread_local std::size_t allocations_left = unlimited;
+
+}  // namespace
+
+// Inlined, the operators look mismatched to g++.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (allocations_left == 0) {
+        allocations_left = unlimited;
+        throw std::bad_alloc();
+    }
+    allocations_left -= allocations_left == unlimited ? 0 : 1;
+    if (void* const memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace install::cpputil::testing {
+namespace {
+
+/// Calls \p operation until it succeeds: first with its first allocation failing, then with its second,
+/// and so on. Calls \p check after each call that threw std::bad_alloc.
+void fail_each_allocation(std::function<void()> const& operation,
+                          std::function<void()> const& check) {
+    for (std::size_t successes = 0;; ++successes) {
+        allocations_left = successes;
+        try {
+            operation();
+            allocations_left = unlimited;
+            return;
+        } catch (std::bad_alloc const&) {
+            EXPECT_EQ(allocations_left, unlimited);
+            check();
+        }
+    }
+}
+
+TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
+    TemporaryDirectory const directory;
+    // Longer than what a string stores without an allocation.
+    std::string const text(40, 'v');
+    auto const wide_text = TextConversion::fromUtf8(text);
+    auto const locale = with_variable("LC_ALL", text + "_US");
+    auto const log = (directory / "log").native();
+    auto const inputs = write_file(directory / "inputs", text + "=" + text + "\nproduct.x" + text);
+    auto const inputs_path = utf16(inputs);
+    std::map<std::string, std::string> const args = {{"name", inputs}};
+    PropertyValue const list = std::vector<std::u16string>{wide_text, wide_text, u"x"};
+    PropertyMap const map = {{u"a", wide_text}, {wide_text, list}};
+    PropertyMap changed = map;
+    InputFileParser parser;
+
+    std::function<void()> const operations[] = {
+        [&] { parser.parse(inputs_path); },
+        [&] { parser.updateMap(changed, u"a", list); },
+        [&] { parser.updateMap(changed, wide_text + u"new", list); },
+        [&] { logger::append_message(text); },
+        [&] { logger::append_message(wide_text); },
+        [&] { logger::append_file(inputs); },
+        [&] {
+            validate_args(args, {{"name", "rfile"}});
+        },
+        [&] {
+            error_text<std::invalid_argument>([&] { validate_args(args, {{"name", "intval"}}); });
+        },
+        [&] { InstallerException(text, text, text, createLocation(text, inputs)); },
+        [&] { InstallerException{text}; },
+        [&] { installer_locale::getLocale(); },
+        [&] { SandboxWorkflowDetector().isSandboxPathExist(); },
+        [&] { VersionComparator().compareVersionNumbers(std::u16string(40, u'0'), u"0"); },
+        [&] { FileSystemService::setInstallRoot(wide_text); },
+        [&] { DiagnosticChannel channel{text}; }};
+    for (auto const& operation : operations) {
+        std::optional<logger::Logger> logger(log);
+        logger::detail::forget_last_destination();
+        changed = map;
+        auto const descriptors = open_descriptors();
+        fail_each_allocation(operation, [&] {
+            EXPECT_EQ(open_descriptors(), descriptors);
+            EXPECT_EQ(logger::get_destination().narrowName(), log);
+            EXPECT_EQ(logger::detail::get_last_destination().narrowName(), "");
+            EXPECT_EQ(changed, map);
+            logger::append_message(u"next");
+            EXPECT_THAT(read_file(log), ::testing::EndsWith(") next\n"));
+        });
+    }
+    FileSystemService::setInstallRoot(u"");
+}
+
+}  // namespace
+}  // namespace install::cpputil::testing
