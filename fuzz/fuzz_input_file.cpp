@@ -1,4 +1,7 @@
-// Text of an input file to a map: what a plain reading, line by line as the format has it, gives.
+// Parsing an input file through the file stream gives the same map as converting its input lines.
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <sstream>
 
@@ -10,46 +13,53 @@ using namespace install::cpputil;
 
 namespace {
 
-PropertyMap plainly_converted(std::string const& text) {
-    InputFileParser parser;
-    PropertyMap map;
-    std::vector<std::u16string> products;
-    std::istringstream stream(text.substr(0, text.rfind('\n') + 1));
+/// Writes \p text to a file that exists only in memory and returns the file's name.
+std::u16string write_file(std::string const& text) {
+    static int const descriptor = ::memfd_create("input_file", MFD_CLOEXEC);
+    require(::ftruncate(descriptor, 0) == 0);
+    require(::pwrite(descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+    return TextConversion::fromUtf8("/proc/self/fd/" + std::to_string(descriptor));
+}
+
+/// Returns \p text, repeated until it is longer than the first buffer of the file stream, so that the
+/// buffer ends at varying places in a line.
+std::string repeated(std::string const& text) {
+    constexpr std::size_t first_buffer = 4096;
+    std::string result = text;
+    while (!text.empty() && result.size() <= first_buffer) {
+        result += text;
+    }
+    return result;
+}
+
+/// Returns the input lines of \p text, each followed by a line feed.
+std::string input_lines(std::string const& text) {
+    InputFileParser const parser;
+    std::string result;
+    std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
-        bool const assignment = line.find('=') != std::string::npos;
-        auto const separator = std::min(line.find(assignment ? '=' : '.'), line.size());
-        auto const start = line.find_first_not_of(assignment ? '=' : '.', separator);
-        bool const product =
-            !assignment && line.find("product") != std::string::npos && start != std::string::npos;
-        if (!assignment && !product) {
-            continue;
-        }
-        auto const key = TextConversion::fromUtf8(
-            parser.stringToLowerCase(parser.trim(line.substr(0, separator))));
-        auto value =
-            TextConversion::fromUtf8(parser.trim(line.substr(std::min(start, line.size()))));
-        if (product) {
-            parser.removeUnderscores(value);
-            products.push_back(value);
-            parser.updateMap(map, key, products);
-        } else if (!key.empty() && key != u"product") {
-            parser.updateMap(map, key, value);
+        auto const kept = parser.trim(line);
+        if (!kept.empty() && kept[0] != '#') {
+            result += kept + '\n';
         }
     }
-    return map;
+    return result;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    auto const text = text_of(data, size);
-    PropertyMap map, again, plain;
-    auto const convert = [&](PropertyMap& result) {
-        return error_of<TextConversionError>(
-            [&] { result = InputFileParser().convertInputsToPropertyMap(text); });
+    auto const content = repeated(text_of(data, size));
+    auto const path = write_file(content);
+    auto const kept = InputFileParser().getUserInputsFromFile(path);
+    require(kept == input_lines(content));
+
+    auto const result_of = [](auto convert) {
+        PropertyMap map;
+        auto const error = error_of<TextConversionError>([&] { map = convert(); });
+        return std::pair(error, map);
     };
-    require(convert(map) == convert(again) && map == again);
-    auto const error = error_of<TextConversionError>([&] { plain = plainly_converted(text); });
-    require(convert(map).empty() == error.empty() && map == plain);
+    require(result_of([&] { return InputFileParser().parse(path); }) ==
+            result_of([&] { return InputFileParser().convertInputsToPropertyMap(kept); }));
     return 0;
 }

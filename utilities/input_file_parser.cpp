@@ -1,11 +1,18 @@
 #include "utilities/input_file_parser.h"
 
 #include <algorithm>
+#include <array>
+#include <boost/sort/spreadsort/string_sort.hpp>
 #include <cstddef>
+#include <functional>
 #include <iterator>
+#include <memory>
+#include <memory_resource>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 #include "platform/file_stream.h"
 #include "platform/file_system_service.h"
@@ -23,13 +30,17 @@ constexpr bool is_blank(char c) {
 }
 
 std::string_view without_leading_blanks(std::string_view text) {
-    auto const first = std::find_if_not(text.begin(), text.end(), is_blank);
-    return text.substr(static_cast<std::size_t>(first - text.begin()));
+    while (!text.empty() && is_blank(text.front())) {
+        text.remove_prefix(1);
+    }
+    return text;
 }
 
 std::string_view without_trailing_blanks(std::string_view text) {
-    auto const last = std::find_if_not(text.rbegin(), text.rend(), is_blank);
-    return text.substr(0, static_cast<std::size_t>(text.rend() - last));
+    while (!text.empty() && is_blank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -40,51 +51,99 @@ constexpr char lowered(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+void replace_underscores(std::u16string& text) {
+    std::replace(text.begin(), text.end(), u'_', u' ');
+}
+
 bool isInputLine(std::string_view line) {
     return !line.empty() && line.front() != '#';
 }
 
-/// The two parts of a line around the first run of one separator, trimmed. `ended` tells whether
-/// nothing follows that run.
+/// The two parts of a line around the first run of one separator, trimmed.
 struct Pieces {
     std::string_view key;
-    std::string_view value;
-    bool ended;
+    // Absent if nothing follows the separators.
+    std::optional<std::string_view> value;
 };
 
-Pieces split(std::string_view line, char separator) {
-    auto const key_end = std::min(line.find(separator), line.size());
-    auto const value_start = std::min(line.find_first_not_of(separator, key_end), line.size());
-    return {trimmed(line.substr(0, key_end)), trimmed(line.substr(value_start)),
-            value_start == line.size()};
+/// \param key_end  the position of the first \p separator of \p line, or its size
+Pieces split(std::string_view line, std::size_t key_end, char separator) {
+    auto const value_start = line.find_first_not_of(separator, key_end);
+    return {trimmed(line.substr(0, key_end)),
+            value_start == std::string_view::npos
+                ? std::nullopt
+                : std::optional(trimmed(line.substr(value_start)))};
 }
 
-/// Gathers the entries of lines, which must outlive it, and makes the map of them at the end.
+/// Memory for what a call needs only while it runs: on the stack first, then from the heap. With
+/// heap memory alone, a file of 60 lines takes 1.3 times as long: each block of a kibibyte or more
+/// makes malloc merge all small free blocks first.
+class Workspace final : public std::pmr::memory_resource {
+private:
+    void* do_allocate(std::size_t size, std::size_t alignment) override {
+        void* block = stack_.data() + used_;
+        auto room = stack_.size() - used_;
+        if (std::align(alignment, size, block, room) == nullptr) {
+            return std::pmr::new_delete_resource()->allocate(size, alignment);
+        }
+        used_ = stack_.size() - room + size;
+        return block;
+    }
+
+    void do_deallocate(void* block, std::size_t size, std::size_t alignment) override {
+        // Blocks on the stack are not used again.
+        if (std::less<>()(block, stack_.data()) ||
+            !std::less<>()(block, stack_.data() + stack_.size())) {
+            std::pmr::new_delete_resource()->deallocate(block, size, alignment);
+        }
+    }
+
+    bool do_is_equal(std::pmr::memory_resource const& other) const noexcept override {
+        return this == &other;
+    }
+
+    std::array<std::byte, 16384> stack_;
+    std::size_t used_ = 0;
+};
+
+/// Collects the entries of lines, which must outlive it, and returns their map at the end.
 ///
-/// Only the last line for a key can be seen, so nothing is stored before all are known: copying the
-/// list of products at every product line, as the format has it, would take time and memory in the
-/// square of their number. And entries that come in the order of their keys make a large map several
-/// times as fast.
+/// Only the last line for a key has an effect, so nothing is stored before all lines are known:
+/// copying the list of products at every product line would take time and memory in the square of
+/// their number.
 class PropertyMapBuilder {
 public:
-    /// \param size  how long all lines together are at most
-    explicit PropertyMapBuilder(std::size_t size) { keys_.reserve(size); }
+    /// \param size  the length of all lines together, or more
+    PropertyMapBuilder(std::size_t size, std::pmr::memory_resource& memory)
+        : keys_(&memory), entries_(&memory), products_(&memory) {
+        constexpr std::size_t usual_line_count = 64;
+        keys_.reserve(size);
+        entries_.reserve(usual_line_count);
+    }
 
-    void add_line(std::string_view line) {
-        if (line.find('=') != std::string_view::npos) {
-            add_assignment(split(line, '='));
+    void addLine(std::string_view line) {
+        if (auto const key_end = line.find('='); key_end != std::string_view::npos) {
+            addAssignment(split(line, key_end, '='));
         } else if (line.find("product") != std::string_view::npos) {
-            add_product(split(line, '.'));
+            addProduct(split(line, std::min(line.find('.'), line.size()), '.'));
         }
     }
 
     PropertyMap finish() && {
-        std::sort(entries_.begin(), entries_.end());
+        // Inserting in the order of the keys takes a fraction of the time if there are many.
+        sortByPrefix();
         PropertyMap map;
-        for (auto entry = entries_.begin(); entry != entries_.end(); ++entry) {
-            auto const next = std::next(entry);
-            if (next == entries_.end() || next->key != entry->key) {
-                map.emplace_hint(map.end(), TextConversion::fromUtf8(entry->key), value_of(*entry));
+        for (auto first = entries_.begin(); first != entries_.end();) {
+            auto const last = std::find_if(first, entries_.end(), [&](Entry const& entry) {
+                return entry.prefix() != first->prefix();
+            });
+            std::sort(first, last);
+            for (; first != last; ++first) {
+                auto const next = std::next(first);
+                if (next == last || next->key != first->key) {
+                    map.emplace_hint(map.end(), TextConversion::fromUtf8(first->key),
+                                     valueOf(*first));
+                }
             }
         }
         return map;
@@ -93,78 +152,119 @@ public:
 private:
     struct Entry {
         std::string_view key;
-        std::string_view value;
-        // How many products the list has up to this line; 0 for an assignment.
-        std::size_t product_count;
+        // The text of an assignment, or the number of products up to a product line.
+        std::variant<std::string_view, std::size_t> value;
+        // The number of entries on earlier lines.
+        std::size_t position;
 
-        /// By keys, and for one key in the order of the lines.
         bool operator<(Entry const& other) const {
             auto const order = key.compare(other.key);
-            return order != 0 ? order < 0 : value.data() < other.value.data();
+            return order != 0 ? order < 0 : position < other.position;
         }
+
+        std::string_view prefix() const { return key.substr(0, 32); }
     };
 
-    void add_assignment(Pieces const& pieces) {
-        auto const key = lowered_key(pieces.key);
-        TextConversion::checkUtf8(pieces.value);
+    /// Sorts the entries by the prefix of their keys. A radix sort takes less than half the time of
+    /// `std::sort` for many keys, but its recursion is as deep as what it sorts by is long.
+    void sortByPrefix() {
+        boost::sort::spreadsort::string_sort(
+            entries_.begin(), entries_.end(),
+            [](Entry const& entry, std::size_t index) {
+                return static_cast<unsigned char>(entry.key[index]);
+            },
+            [](Entry const& entry) { return entry.prefix().size(); }, std::less<>());
+    }
+
+    void addAssignment(Pieces const& pieces) {
+        auto const key = loweredKey(pieces.key);
+        auto const value = pieces.value.value_or(std::string_view());
+        TextConversion::checkUtf8(value);
         if (!key.empty() && key != "product") {
-            entries_.push_back({key, pieces.value, 0});
+            entries_.push_back({key, value, entries_.size()});
         }
     }
 
-    void add_product(Pieces const& pieces) {
-        if (pieces.ended) {
+    void addProduct(Pieces const& pieces) {
+        if (!pieces.value) {
             return;
         }
-        auto const key = lowered_key(pieces.key);
-        TextConversion::checkUtf8(pieces.value);
-        products_.push_back(pieces.value);
-        entries_.push_back({key, pieces.value, products_.size()});
+        auto const key = loweredKey(pieces.key);
+        TextConversion::checkUtf8(*pieces.value);
+        products_.push_back(*pieces.value);
+        entries_.push_back({key, products_.size(), entries_.size()});
     }
 
-    std::string_view lowered_key(std::string_view text) {
+    std::string_view loweredKey(std::string_view text) {
         TextConversion::checkUtf8(text);
         auto const start = keys_.size();
         keys_ += text;
         auto* const key = keys_.data() + start;
         std::transform(key, key + text.size(), key, lowered);
-        return std::string_view(keys_).substr(start);
+        return {key, text.size()};
     }
 
-    PropertyValue value_of(Entry const& entry) const {
-        if (entry.product_count == 0) {
-            return TextConversion::fromUtf8(entry.value);
+    PropertyValue valueOf(Entry const& entry) const {
+        if (auto const* const text = std::get_if<std::string_view>(&entry.value)) {
+            return TextConversion::fromUtf8(*text);
         }
+        auto const count = std::get<std::size_t>(entry.value);
         std::vector<std::u16string> names;
-        names.reserve(entry.product_count);
-        for (std::size_t index = 0; index != entry.product_count; ++index) {
-            InputFileParser().removeUnderscores(
-                names.emplace_back(TextConversion::fromUtf8(products_[index])));
+        names.reserve(count);
+        for (std::size_t index = 0; index != count; ++index) {
+            replace_underscores(names.emplace_back(TextConversion::fromUtf8(products_[index])));
         }
         return names;
     }
 
-    // The keys, one behind the other, in their room for all that there can be: entries refer to it.
-    std::string keys_;
-    std::vector<Entry> entries_;
-    // What the product lines name, in their order.
-    std::vector<std::string_view> products_;
+    // The keys, one after another. Never reallocated, because entries refer to them.
+    std::pmr::string keys_;
+    std::pmr::vector<Entry> entries_;
+    // The names on the product lines, in their order.
+    std::pmr::vector<std::string_view> products_;
 };
+
+/// Appends the input lines of the file at \p path to \p text, each followed by a line feed.
+template <typename String>
+void append_input_lines(std::u16string const& path, String& text) {
+    Path const file(path);
+    if (!FileSystemService::exists(file)) {
+        throw std::runtime_error("input file does not exist!");
+    }
+    InputFileStream stream(file);
+    if (!stream.isOpen()) {
+        return;
+    }
+    while (auto const line = stream.readLine()) {
+        auto const kept = trimmed(*line);
+        if (isInputLine(kept)) {
+            channel.write(Severity::details, {" line=", kept});
+            text.append(kept).append(1, '\n');
+        }
+    }
+}
+
+PropertyMap map_of(std::string_view text, std::pmr::memory_resource& memory) {
+    PropertyMapBuilder builder(text.size(), memory);
+    for (auto end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+        builder.addLine(text.substr(0, end));
+        text.remove_prefix(end + 1);
+    }
+    return std::move(builder).finish();
+}
 
 }  // namespace
 
 PropertyMap InputFileParser::parse(std::u16string const& path) {
-    return convertInputsToPropertyMap(getUserInputsFromFile(path));
+    Workspace workspace;
+    std::pmr::string text(&workspace);
+    append_input_lines(path, text);
+    return map_of(text, workspace);
 }
 
 PropertyMap InputFileParser::convertInputsToPropertyMap(std::string const& text) {
-    PropertyMapBuilder builder(text.size());
-    std::string_view rest = text;
-    for (auto end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
-        builder.add_line(rest.substr(0, end));
-        rest.remove_prefix(end + 1);
-    }
-    return std::move(builder).finish();
+    Workspace workspace;
+    return map_of(text, workspace);
 }
 
 void InputFileParser::updateMap(PropertyMap& map, std::u16string const& key,
@@ -177,27 +277,13 @@ void InputFileParser::updateMap(PropertyMap& map, std::u16string const& key,
 }
 
 void InputFileParser::removeUnderscores(std::u16string& text) {
-    std::replace(text.begin(), text.end(), u'_', u' ');
+    replace_underscores(text);
 }
 
 std::string InputFileParser::getUserInputsFromFile(std::u16string const& path) const {
-    Path const file(path);
-    if (!FileSystemService::exists(file)) {
-        throw std::runtime_error("input file does not exist!");
-    }
-    InputFileStream stream(file);
-    std::string result;
-    if (!stream.isOpen()) {
-        return result;
-    }
-    while (auto const line = stream.readLine()) {
-        auto const kept = trimmed(*line);
-        if (isInputLine(kept)) {
-            channel.write(Severity::details, {" line=", kept});
-            result.append(kept).append(1, '\n');
-        }
-    }
-    return result;
+    std::string text;
+    append_input_lines(path, text);
+    return text;
 }
 
 std::string InputFileParser::ltrim(std::string const& text) const {
