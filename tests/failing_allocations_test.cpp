@@ -69,7 +69,7 @@ TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
     std::string const text(40, 'v');
     auto const wide_text = TextConversion::fromUtf8(text);
     auto const locale = with_variable("LC_ALL", text + "_US");
-    auto const log = (directory / "log").native();
+    auto const log = (directory / "log").native(), other = (directory / "other").native();
     auto const inputs = write_file(directory / "inputs", text + "=" + text + "\nproduct.x" + text);
     auto const inputs_path = utf16(inputs);
     std::map<std::string, std::string> const args = {{"name", inputs}};
@@ -82,6 +82,7 @@ TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
         [&] { parser.parse(inputs_path); },
         [&] { parser.updateMap(changed, u"a", list); },
         [&] { parser.updateMap(changed, wide_text + u"new", list); },
+        [&] { logger::Logger const replacement(other); },
         [&] { logger::append_message(text); },
         [&] { logger::append_message(wide_text); },
         [&] { logger::append_file(inputs); },

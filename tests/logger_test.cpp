@@ -134,7 +134,10 @@ TEST_F(Log, AnnouncesItsNextDestination) {
                     "4: last_destination_file.string()=D/a", "8:unset destination",
                     "4: destination_file.string()=D/b"));
     EXPECT_EQ(destinations(), "b|a");
+    Logger const again(get_destination());
+    EXPECT_EQ(destinations(), "b|b");
     EXPECT_EQ(content("a"), "T Reset destination file log " + a + " to " + b + "\n");
+    EXPECT_EQ(content("b"), "T Reset destination file log " + b + " to " + b + "\n");
 }
 
 TEST_F(Log, KeepsTheLastDestinationUntilItIsForgotten) {
@@ -249,15 +252,95 @@ TEST_F(Log, RejectsDestinationsThatCannotBeOpened) {
     EXPECT_THROW(Logger const log(std::string("\xFF")), TextConversionError);
 }
 
-TEST_F(Log, IsLeftWithoutADestinationThatNoLoggerUnsets) {
-    record();
-    sink_.callForEach([](std::string const& text) {
-        if (text.find(" destination_file.string()=") == 0) {
-            throw std::logic_error("sink");
+TEST_F(Log, KeepsItsDestinationIfASinkThrows) {
+    for (bool const is_set : {false, true}) {
+        std::optional<Logger> old;
+        if (is_set) {
+            old.emplace(name("old"));
         }
-    });
-    EXPECT_THROW(Logger const log(name("log")), std::logic_error);
-    EXPECT_EQ(get_destination().string(), u"");
+        auto const before = destinations();
+        int number = 0;
+        for (bool thrown = true; thrown; ++number) {
+            thrown = false;
+            at_record(number, [&] {
+                thrown = true;
+                throw std::logic_error("sink");
+            });
+            try {
+                Logger const log(name("log"));
+                end_records();  // The destructor writes records, too.
+            } catch (std::logic_error const&) {
+                EXPECT_EQ(destinations(), before) << "record " << number;
+            }
+        }
+        EXPECT_EQ(number, is_set ? 8 : 3);
+    }
+}
+
+// Interrupts one change at each of its records by another thread's change. The result must be the
+// same as if one change had followed the other.
+TEST_F(Log, ChangesItsDestinationAtomically) {
+    std::map<std::string, std::optional<Logger>> loggers;
+    auto const set = [&](std::string const& file) {
+        return [&, file] { loggers[file].emplace(name(file)); };
+    };
+    auto const unset_a = [&] { loggers["a"].reset(); };
+    struct Row {
+        bool starts_with_a;
+        std::function<void()> first, second;
+        Strings announcing;  // Files that announce their replacement.
+    };
+    Row const rows[] = {{false, set("b"), set("c"), {"b", "c"}},
+                        {true, set("b"), set("c"), {"a", "b", "c"}},
+                        {true, unset_a, set("b"), {}},
+                        {true, set("b"), unset_a, {}}};
+    for (auto const& row : rows) {
+        auto const result_of = [&](std::function<void()> const& changes) {
+            for (std::string const file : {"a", "b", "c"}) {
+                loggers[file].reset();
+                fs::remove(directory_ / file);
+            }
+            if (row.starts_with_a) {
+                set("a")();
+            }
+            detail::forget_last_destination();
+            changes();
+            end_records();
+            auto const result = destinations();
+            for (auto const& file : row.announcing) {
+                if (result.find(file + "|") != 0) {
+                    EXPECT_THAT(content(file), HasSubstr("Reset destination file log"));
+                }
+            }
+            return result;
+        };
+        auto const serial = result_of([&] { row.first(), row.second(); });
+        auto const reversed = result_of([&] { row.second(), row.first(); });
+        int number = 0;
+        for (bool interrupted = true; interrupted; ++number) {
+            std::future<void> second;
+            auto const result = result_of([&] {
+                at_record(number, [&] {
+                    second = std::async(std::launch::async, row.second);
+                    // If the log is locked, the second change waits for the first one.
+                    second.wait_for(std::chrono::milliseconds(20));
+                });
+                row.first();
+                interrupted = second.valid();
+                if (interrupted) {
+                    second.get();
+                } else {
+                    end_records();
+                    row.second();
+                }
+            });
+            EXPECT_TRUE(result == serial || result == reversed)
+                << result << " instead of " << serial << " or " << reversed << ", record "
+                << number;
+        }
+        EXPECT_GT(number, 2);
+    }
+    EXPECT_FALSE(has_fallback());
 }
 
 TEST_F(Log, CopiesFiles) {

@@ -7,7 +7,6 @@
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 #include "platform/file_stream.h"
@@ -19,65 +18,70 @@
 namespace install::cpputil::logger {
 namespace {
 
+// State
+
+constinit LibraryChannel channel;
+LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::logger");
+
+/// Guards `state`. Held while an entry is written and while the destination changes, including the
+/// diagnostic records of both. Locked before the locks of the logging core, never after.
+constinit std::mutex destination_mutex;
+
+struct State {
+    /// Where entries go; empty while no destination is set.
+    Path destination_file;
+
+    /// The destination that was unset last.
+    Path last_destination_file;
+
+    /// Supplies the user name, which is part of the fallback file's name.
+    std::unique_ptr<PlatformInfo const> platform_info = std::make_unique<PlatformInfo const>();
+};
+State state;
+
+/// Exclusive access to the state.
+class LockedState {
+public:
+    LockedState() : lock_(destination_mutex) {}
+
+    State* operator->() const noexcept { return &state; }
+
+private:
+    std::unique_lock<std::mutex> lock_;
+};
+
+bool is_destination_set() {
+    LockedState const log;
+    return !log->destination_file.string().empty();
+}
+
+/// Returns a copy of \p path, which may be one of the state's own.
+Path copy_of(Path const& path) {
+    LockedState const log;
+    return path;
+}
+
+// Format of an entry
+
 constexpr char const* log_time_pattern = "%b %d, %Y %H:%M:%S";
 
 /// How much longer an entry is than its message.
 constexpr std::size_t entry_overhead = std::string_view("(Nov 16, 2026 17:22:45) \n").size();
 
-constinit LibraryChannel channel;
-LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::logger");
-
-/// Guards destination_file and last_destination_file, and is held while an entry is written. Taken
-/// before the lock of the channel, never after, and never held across a call of append_message or
-/// unset_destination.
-constinit std::mutex destination_mutex;
-
-/// Where entries go; empty while no destination is set.
-Path destination_file;
-
-/// The destination that was unset last.
-Path last_destination_file;
-
-/// Knows the user's name, which names the fallback file, and keeps it from entry to entry.
-std::unique_ptr<PlatformInfo const> const platform_info = std::make_unique<PlatformInfo const>();
-
-/// Locks destination_mutex for an entry. Another thread's entry is over sooner than this thread could
-/// be put to sleep and woken, which would leave several threads slower together than one alone.
-std::unique_lock<std::mutex> lock_for_entry() {
-    constexpr int attempts = 50;
-    std::unique_lock lock(destination_mutex, std::try_to_lock);
-    for (int attempt = 0; !lock && attempt != attempts; ++attempt) {
-        std::this_thread::yield();
-        static_cast<void>(lock.try_lock());
-    }
-    if (!lock) {
-        lock.lock();
-    }
-    return lock;
-}
-
-Path destination() {
-    std::lock_guard const lock(destination_mutex);
-    return destination_file;
-}
-
-bool is_destination_set() {
-    std::lock_guard const lock(destination_mutex);
-    return !destination_file.string().empty();
-}
-
-Path fallback_file(std::string const& user_name) {
-    return Path(FileSystemService::tempDirectory() + u"/" + u"velmora_" +
-                TextConversion::fromUtf8(user_name) + u".log");
-}
-
-/// Returns one entry, UTF-8, with the line feed that ends it.
+/// Returns one entry, UTF-8, including the line feed that ends it.
 std::string make_log_line(std::string message) {
     auto const prefix = '(' + PlatformInfo::currentTime(log_time_pattern) + ") ";
     message.reserve(prefix.size() + message.size() + 1);
     message.insert(0, prefix);
     message += '\n';
     return message;
+}
+
+// Writing entries
+
+Path fallback_file(std::string const& user_name) {
+    return Path(FileSystemService::tempDirectory() + u"/" + u"velmora_" +
+                TextConversion::fromUtf8(user_name) + u".log");
 }
 
 void write_line(OutputFileStream stream, std::string_view line) {
@@ -89,21 +93,29 @@ void write_line(OutputFileStream stream, std::string_view line) {
     channel.write(Severity::details, {"failed to open destination_file for u8msg ", line});
 }
 
-/// Appends \p message, which is UTF-8 and known to be.
+/// Appends \p message, valid UTF-8.
 void append_utf8(std::string message) {
     channel.write(Severity::details, {" msg=", message});
     if (message.empty()) {
         return;
     }
-    // The time is taken under the lock, so that entries stand in the order of their times.
-    auto const lock = lock_for_entry();
+    LockedState const log;
+    // The time is taken under the lock, so that entries appear in the order of their times.
     auto const line = make_log_line(std::move(message));
-    if (destination_file.string().empty()) {
-        auto const user = platform_info->effectiveUser();
+    if (log->destination_file.string().empty()) {
+        auto const user = log->platform_info->effectiveUser();
         write_line(OutputFileStream(fallback_file(user.name), user.id), line);
     }
-    // With no destination this writes nothing but the record that there is none.
-    write_line(OutputFileStream(destination_file), line);
+    // Without a destination, this only records that the empty path cannot be opened.
+    write_line(OutputFileStream(log->destination_file), line);
+}
+
+/// Appends an entry with \p text and \p details to the destination, which must be set.
+void append_to_destination(LockedState const& log, std::u16string const& text,
+                           std::u16string const& details) {
+    auto message = TextConversion::toUtf8(text + details);
+    channel.write(Severity::details, {" msg=", message});
+    write_line(OutputFileStream(log->destination_file), make_log_line(std::move(message)));
 }
 
 [[noreturn]] void refuse_file(char const* record, char const* error) {
@@ -111,58 +123,77 @@ void append_utf8(std::string message) {
     throw std::runtime_error(error);
 }
 
-/// Tells of a destination that cannot be set in the log as it is, on the channel and to the caller.
+// Changes of the destination
+
+/// Reports a destination that cannot be set: in the current log, on the channel and to the caller.
 [[noreturn]] void refuse_destination(std::u16string const& message, std::string const& error,
                                      std::u16string const& path) {
-    if (is_destination_set()) {
-        append_message(message + path);
+    if (LockedState const log; !log->destination_file.string().empty()) {
+        append_to_destination(log, message, path);
     }
     auto const text = error + '"' + TextConversion::toUtf8(path) + '"';
     channel.write(Severity::details, {"set destination:", text});
     throw std::runtime_error(text);
 }
 
-/// Returns whether the system let us look for \p directory and make it where it is missing.
-bool provide_directory(std::u16string const& directory) {
+/// Creates \p directory if it is missing. Returns false if the system reports an error.
+bool provide_directory(Path const& directory) {
     try {
-        Path const path(directory);
-        if (!FileSystemService::exists(path)) {
-            FileSystemService::createDirectories(path);
+        if (!FileSystemService::exists(directory)) {
+            FileSystemService::createDirectories(directory);
         }
         return true;
     } catch (...) {
-        // The caller tells the user, in words that name the log; why is of no use to the installer.
+        // Every failure is reported in the same words, so the cause is not needed.
         return false;
     }
 }
 
-void unset_destination() {
-    auto old_destination = destination();
-    if (old_destination.string().empty()) {
-        auto const last = [] {
-            std::lock_guard const lock(destination_mutex);
-            return last_destination_file.string();
-        }();
-        channel.write(Severity::details, {"no destination, keep last \"", last, "\""});
-        return;
-    }
+/// Writes the records of unsetting \p destination.
+void record_unset(std::u16string const& destination) {
     channel.write(Severity::changes, {"flush destination"});
-    auto const text = old_destination.string();
-    {
-        std::lock_guard const lock(destination_mutex);
-        last_destination_file = std::move(old_destination);
-    }
-    channel.write(Severity::details, {" last_destination_file.string()=", text});
+    channel.write(Severity::details, {" last_destination_file.string()=", destination});
     channel.write(Severity::changes, {"unset destination"});
-    std::lock_guard const lock(destination_mutex);
-    destination_file = Path();
 }
 
-void set_destination(Path const& file) {
+void unset_destination() {
+    LockedState const log;
+    if (log->destination_file.string().empty()) {
+        channel.write(Severity::details,
+                      {"no destination, keep last \"", log->last_destination_file.string(), "\""});
+        return;
+    }
+    record_unset(log->destination_file.string());
+    log->last_destination_file = std::exchange(log->destination_file, Path());
+}
+
+/// Makes \p file the destination in one step: other threads see either the old destination or the new
+/// one, and the entry that reports the change is the last one in the old log.
+void replace_destination(Path file) {
+    LockedState const log;
+    auto const& old = log->destination_file.string();
+    auto const& text = file.string();
+    bool const was_set = !old.empty();
+    if (was_set) {
+        channel.write(Severity::details,
+                      {" destination_file.string()=", old, " ofile.string()=", text});
+        append_to_destination(log, reset_destination_message, old + u" to " + text);
+        record_unset(old);
+    }
+    channel.write(Severity::details, {" destination_file.string()=", text});
+    // A sink may throw, so the state changes only after the last record.
+    auto replaced = std::exchange(log->destination_file, std::move(file));
+    if (was_set) {
+        log->last_destination_file = std::move(replaced);
+    }
+}
+
+void set_destination(Path const& argument) {
+    auto const file = copy_of(argument);
     auto const& text = file.string();
     channel.write(Severity::details, {"set destination", text});
     auto const parent = FileSystemService::parentPath(text);
-    if (!parent.empty() && !provide_directory(parent)) {
+    if (!parent.empty() && !provide_directory(Path(parent))) {
         refuse_destination(unable_to_create_folder_message,
                            "Install Logger: Cannot create directory ", parent);
     }
@@ -171,22 +202,7 @@ void set_destination(Path const& file) {
         refuse_destination(unable_to_create_file_message, "Install Logger: Cannot open file ",
                            text);
     }
-    if (auto const old = destination().string(); !old.empty()) {
-        channel.write(Severity::details,
-                      {" destination_file.string()=", old, " ofile.string()=", text});
-        append_message(reset_destination_message + old + u" to " + text);
-        unset_destination();
-    }
-    auto new_destination = file;
-    std::lock_guard const lock(destination_mutex);
-    destination_file = std::move(new_destination);
-    try {
-        channel.write(Severity::details, {" destination_file.string()=", text});
-    } catch (...) {
-        // The constructor fails with the sink, so that no Logger would ever unset the destination.
-        destination_file = Path();
-        throw;
-    }
+    replace_destination(file);
 }
 
 }  // namespace
@@ -229,10 +245,9 @@ void append_file(std::u16string const& path) {
         if (!stream.isOpen()) {
             throw std::runtime_error("append_file: Cannot open file.");
         }
-        // Room for all of it at once, where the system knows the size; what claims to be huge may
-        // have little to read.
-        constexpr std::int64_t most = std::int64_t{1} << 30;
-        auto const size = std::clamp(stream.endPosition(), std::int64_t{0}, most);
+        // Reserves memory once if the system knows the size. A special file may claim to be huge.
+        constexpr std::int64_t largest = std::int64_t{1} << 30;
+        auto const size = std::clamp(stream.endPosition(), std::int64_t{0}, largest);
         message.reserve(message.size() + static_cast<std::size_t>(size) + trailer.size() +
                         entry_overhead);
         while (auto const line = stream.readLine()) {
@@ -250,24 +265,24 @@ void append_file(std::string const& path) {
 }
 
 void append_file(Path const& path) {
-    append_file(path.string());
+    append_file(copy_of(path).string());
 }
 
 Path const& get_destination() {
-    std::lock_guard const lock(destination_mutex);
-    return destination_file;
+    LockedState const log;
+    return log->destination_file;
 }
 
 namespace detail {
 
 Path const& get_last_destination() {
-    std::lock_guard const lock(destination_mutex);
-    return last_destination_file;
+    LockedState const log;
+    return log->last_destination_file;
 }
 
 void forget_last_destination() {
-    std::lock_guard const lock(destination_mutex);
-    last_destination_file = Path();
+    LockedState const log;
+    log->last_destination_file = Path();
 }
 
 }  // namespace detail
