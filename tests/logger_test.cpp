@@ -502,6 +502,99 @@ std::vector<std::thread> busy_threads(std::u16string const& destination) {
     return threads;
 }
 
+TEST_F(Log, WritesWholeEntriesUntilTheProcessExits) {
+    fs::create_directory(directory_ / "cwd");
+    Undo const cwd(nullptr, [earlier = fs::current_path()](void*) { fs::current_path(earlier); });
+    fs::current_path(directory_ / "cwd");
+    for (int round = 0; round != 60; ++round) {
+        auto const child = [&] {
+            auto const threads = busy_threads(round % 2 == 0 ? name("log") : u"");
+            for (int count = 0; count != 4 * round; ++count) {
+                append_message(std::string("entry"));
+            }
+            std::exit(0);
+        };
+        ASSERT_EQ(status_of(start_child(child)), 0);
+        EXPECT_TRUE(fs::is_empty(directory_ / "cwd"));  // No file with a damaged name.
+        for (auto const& file : {std::string("log"), fallback_}) {
+            auto const text = content(file);
+            EXPECT_TRUE(text.empty() || text.back() == '\n');
+            fs::remove(directory_ / file);
+        }
+    }
+}
+
+// The destination is a pipe that is not read before the process has begun to exit.
+TEST_F(Log, CompletesAnEntryInProgressAtExit) {
+    auto const pipe = directory_ / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    static int exiting[2];
+    ASSERT_EQ(::pipe(exiting), 0);
+    int const reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+    std::string const message(1'000'000, 'x');
+    auto const child = start_child([&] {
+        Logger const log(name("pipe"));
+        std::thread([&] { append_message(message); }).detach();
+        pollfd entry = {reader, POLLIN, 0};
+        while ((entry.revents & POLLIN) == 0) {
+            ::poll(&entry, 1, -1);
+        }
+        std::atexit([] { EXPECT_EQ(::write(exiting[1], "", 1), 1); });
+        std::exit(0);
+    });
+    ::close(exiting[1]);
+    char byte = 0;
+    EXPECT_EQ(::read(exiting[0], &byte, 1), 1);
+    ::fcntl(reader, F_SETFL, 0);
+    std::size_t size = 0;
+    std::array<char, 65536> part = {};
+    for (ssize_t count = 0; (count = ::read(reader, part.data(), part.size())) > 0;) {
+        size += static_cast<std::size_t>(count);
+    }
+    EXPECT_EQ(size, std::string_view("(Nov 16, 2026 17:22:45) \n").size() + message.size());
+    EXPECT_EQ(status_of(child), 0);
+    ::close(reader);
+    ::close(exiting[0]);
+}
+
+TEST_F(Log, WorksInAForkedChild) {
+    auto const child = [this] {
+        // Never destroyed: the process ends while its threads run.
+        [[maybe_unused]] auto const* const threads = new std::vector(busy_threads(name("log")));
+        Logger const log(name("log"));
+        for (int round = 0; round != 60; ++round) {
+            auto const grandchild = [this] {
+                append_message(std::string("entry"));
+                Logger const again(name("log"));
+                static_cast<void>(FileSystemService::installRoot());
+                record(0);
+            };
+            EXPECT_EQ(status_of(start_child(grandchild)), 0) << "round " << round;
+        }
+    };
+    EXPECT_EQ(status_of(start_child(child)), 0);
+}
+
+// The records of lost entries are written while the log is locked.
+TEST_F(Log, LetsASinkForkOrExit) {
+    Logger const log(name("dir/log"));
+    fs::remove_all(directory_ / "dir");
+    auto const forks = [this] {
+        pid_t grandchild = -1;
+        at_record(1, [&] { grandchild = ::fork(); });
+        append_message(u"lost");
+        append_message(u"lost");
+        EXPECT_TRUE(grandchild == 0 || status_of(grandchild) == 0);
+    };
+    auto const exits = [this] {
+        at_record(1, [] { std::exit(0); });
+        append_message(u"lost");
+        ADD_FAILURE() << "still running";
+    };
+    EXPECT_EQ(status_of(start_child(forks)), 0);
+    EXPECT_EQ(status_of(start_child(exits)), 0);
+}
+
 TEST_F(Log, WorksAfterThreadsAreCancelled) {
     auto const child = [this] {
         for (int round = 0; round != 100; ++round) {

@@ -1,16 +1,20 @@
 #include "utilities/logger.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "platform/file_stream.h"
 #include "platform/file_system_service.h"
+#include "platform/internal/library_storage.h"
+#include "platform/internal/process_mutex.h"
 #include "platform/library_channel.h"
 #include "platform/platform_info.h"
 #include "platform/text_conversion.h"
@@ -23,10 +27,6 @@ namespace {
 constinit LibraryChannel channel;
 LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::logger");
 
-/// Guards `state`. Held while an entry is written and while the destination changes, including the
-/// diagnostic records of both. Locked before the locks of the logging core, never after.
-constinit std::mutex destination_mutex;
-
 struct State {
     /// Where entries go; empty while no destination is set.
     Path destination_file;
@@ -37,28 +37,69 @@ struct State {
     /// Supplies the user name, which is part of the fallback file's name.
     std::unique_ptr<PlatformInfo const> platform_info = std::make_unique<PlatformInfo const>();
 };
-State state;
 
-/// Exclusive access to the state.
+/// Guards `state`. Held while an entry is written and while the destination changes, including the
+/// diagnostic records of both. Locked before the locks of the logging core, never after.
+constinit ProcessMutex destination_mutex(ProcessMutex::Rank::installation_log);
+ProcessMutex::ForkRegistration const destination_mutex_registration(destination_mutex);
+
+constinit LibraryStorage<State> state;
+
+/// Set when the state is about to be destroyed. Unlike the state, it needs no lock.
+constinit std::atomic<bool> has_ended = false;
+
+/// An empty path to return after the state was destroyed. It owns no memory and is never destroyed.
+constinit LibraryStorage<Path const> no_path;
+
+struct StateLifetime {
+    StateLifetime() {
+        no_path.create();
+        state.create();
+    }
+    StateLifetime(StateLifetime const&) = delete;
+    StateLifetime& operator=(StateLifetime const&) = delete;
+
+    /// Waits for an entry that another thread is writing. If that takes too long, or if a sink called
+    /// exit in the middle of an entry, the state remains for the thread that uses it.
+    ~StateLifetime() {
+        has_ended = true;
+        if (destination_mutex.lockBriefly()) {
+            state.destroy();
+            destination_mutex.unlock();
+        }
+    }
+};
+StateLifetime const state_lifetime;
+
+/// Exclusive access to the state. Converts to false if there is none, because the process ends or
+/// because a sink calls the log in the middle of an entry; the caller then does nothing.
 class LockedState {
 public:
-    LockedState() : lock_(destination_mutex) {}
+    LockedState() : lock_(destination_mutex, std::defer_lock) {
+        if (!destination_mutex.isMine()) {
+            lock_.lock();
+            state_ = has_ended ? nullptr : state.get();
+        }
+    }
 
-    State* operator->() const noexcept { return &state; }
+    explicit operator bool() const noexcept { return state_ != nullptr; }
+    State* operator->() const noexcept { return state_; }
 
 private:
-    std::unique_lock<std::mutex> lock_;
+    std::unique_lock<ProcessMutex> lock_;
+    State* state_ = nullptr;
 };
 
-bool is_destination_set() {
+/// Returns whether a destination is set, or nothing if there is no state.
+std::optional<bool> is_destination_set() {
     LockedState const log;
-    return !log->destination_file.string().empty();
+    return log ? std::optional(!log->destination_file.string().empty()) : std::nullopt;
 }
 
-/// Returns a copy of \p path, which may be one of the state's own.
-Path copy_of(Path const& path) {
+/// Returns a copy of \p path, which may be one of the state's own, or nothing if there is no state.
+std::optional<Path> copy_of(Path const& path) {
     LockedState const log;
-    return path;
+    return log ? std::optional(path) : std::nullopt;
 }
 
 // Format of an entry
@@ -100,6 +141,9 @@ void append_utf8(std::string message) {
         return;
     }
     LockedState const log;
+    if (!log) {
+        return;
+    }
     // The time is taken under the lock, so that entries appear in the order of their times.
     auto const line = make_log_line(std::move(message));
     if (log->destination_file.string().empty()) {
@@ -128,7 +172,7 @@ void append_to_destination(LockedState const& log, std::u16string const& text,
 /// Reports a destination that cannot be set: in the current log, on the channel and to the caller.
 [[noreturn]] void refuse_destination(std::u16string const& message, std::string const& error,
                                      std::u16string const& path) {
-    if (LockedState const log; !log->destination_file.string().empty()) {
+    if (LockedState const log; log && !log->destination_file.string().empty()) {
         append_to_destination(log, message, path);
     }
     auto const text = error + '"' + TextConversion::toUtf8(path) + '"';
@@ -158,6 +202,9 @@ void record_unset(std::u16string const& destination) {
 
 void unset_destination() {
     LockedState const log;
+    if (!log) {
+        return;
+    }
     if (log->destination_file.string().empty()) {
         channel.write(Severity::details,
                       {"no destination, keep last \"", log->last_destination_file.string(), "\""});
@@ -171,6 +218,9 @@ void unset_destination() {
 /// one, and the entry that reports the change is the last one in the old log.
 void replace_destination(Path file) {
     LockedState const log;
+    if (!log) {
+        return;
+    }
     auto const& old = log->destination_file.string();
     auto const& text = file.string();
     bool const was_set = !old.empty();
@@ -190,19 +240,22 @@ void replace_destination(Path file) {
 
 void set_destination(Path const& argument) {
     auto const file = copy_of(argument);
-    auto const& text = file.string();
+    if (!file) {
+        return;
+    }
+    auto const& text = file->string();
     channel.write(Severity::details, {"set destination", text});
     auto const parent = FileSystemService::parentPath(text);
     if (!parent.empty() && !provide_directory(Path(parent))) {
         refuse_destination(unable_to_create_folder_message,
                            "Install Logger: Cannot create directory ", parent);
     }
-    OutputFileStream const ofile(file);
+    OutputFileStream const ofile(*file);
     if (!ofile.isOpen()) {
         refuse_destination(unable_to_create_file_message, "Install Logger: Cannot open file ",
                            text);
     }
-    replace_destination(file);
+    replace_destination(*file);
 }
 
 }  // namespace
@@ -229,7 +282,11 @@ void append_message(std::string const& message) {
 }
 
 void append_file(std::u16string const& path) {
-    if (!is_destination_set()) {
+    auto const is_set = is_destination_set();
+    if (!is_set) {
+        return;
+    }
+    if (!*is_set) {
         refuse_file("append_file: The output file destination is not set.",
                     "Logger destination was not initialized.");
     }
@@ -265,24 +322,28 @@ void append_file(std::string const& path) {
 }
 
 void append_file(Path const& path) {
-    append_file(copy_of(path).string());
+    if (auto const file = copy_of(path)) {
+        append_file(file->string());
+    }
 }
 
 Path const& get_destination() {
     LockedState const log;
-    return log->destination_file;
+    return log ? log->destination_file : *no_path.get();
 }
 
 namespace detail {
 
 Path const& get_last_destination() {
     LockedState const log;
-    return log->last_destination_file;
+    return log ? log->last_destination_file : *no_path.get();
 }
 
 void forget_last_destination() {
     LockedState const log;
-    log->last_destination_file = Path();
+    if (log) {
+        log->last_destination_file = Path();
+    }
 }
 
 }  // namespace detail
