@@ -1,35 +1,63 @@
 #pragma once
 
 /// \file
-/// The installation log: a text file that records, line by line, what an installation did.
+/// The installation log: a text file that records, entry by entry, what an installation did.
 ///
 ///     install::cpputil::logger::Logger const log(u"/var/log/app/install.log");
 ///     install::cpputil::logger::append_message(u"installing to /opt/app");
 ///     install::cpputil::logger::append_file(u"inputs.txt");
 ///
-/// One file is the destination of the whole process. An entry is the local time, the message as it
-/// is, and a line feed, in UTF-8:
+/// One file is the destination of the whole process. An entry consists of the local time, the message
+/// and a line feed, in UTF-8:
 ///
 ///     (Nov 16, 2026 17:22:45) installing to /opt/app
 ///
 /// While no destination is set, messages go to the user's fallback file: "velmora_", the effective
-/// user's name and ".log" in the directory for temporary files (TMPDIR, else /tmp).
+/// user's name and ".log" in the directory for temporary files (TMPDIR, or else /tmp). A relative
+/// destination is opened relative to the current directory of the process, so entries after a `chdir`
+/// go to another file.
 ///
-/// Every entry opens the file, appends with one write, and closes it. So entries of several threads
-/// and processes never mix, the crash of the process loses no entry whose call has returned, and a
-/// file that was removed, renamed or rotated away is made again by the next entry. A file that
-/// cannot be opened or written costs the entry, never an exception. A process that is killed while
-/// it writes, or a disk that fills up meanwhile, may leave the beginning of that one entry.
+/// Each entry opens the file, appends with one write, and closes it:
+/// - Entries of several threads and processes never interleave.
+/// - If the process is killed, no entry is lost whose call has returned.
+/// - A file that was removed, renamed or rotated away is created again by the next entry.
+/// - If the file cannot be opened or written, the entry is lost and nothing is thrown. If it cannot be
+///   opened, there is a diagnostic record; if a write fails, e.g. on a full disk, there is none.
 ///
-/// What happens is also told on the diagnostic channel "install::cpputil::logger".
+/// Limits:
+/// - A process that is killed during a write, or a disk that becomes full, may leave the beginning of
+///   that one entry in the file.
+/// - The system splits a write of more than 2 GiB, so such an entry may be interleaved with others.
+/// - A process that does not ignore SIGXFSZ or SIGPIPE may be ended by them: if the file exceeds its
+///   size limit, or if the destination is a pipe whose reader has closed it.
+/// - The log is readable by everyone whom the umask admits. `append_file` copies answers into it,
+///   including passwords.
+/// - A line feed in a message starts a line that can look like an entry. Escape text that is not
+///   trusted.
+///
+/// The functions write records to the diagnostic channel "install::cpputil::logger".
 ///
 /// \par Thread safety
-///     Every function may be called from any thread at any time, while no thread changes the
-///     environment. A message goes to exactly one file even while other threads change the
-///     destination. A sink of the logging core must not call into this header: records are written
-///     under the log's lock.
+///     Every function may be called from any thread at any time, provided that no thread changes the
+///     environment. It must not be called from a signal handler. For other threads, a constructor or
+///     destructor of `Logger` has either happened or not: a message goes to one file, and there is no
+///     moment without a destination while one replaces another. A sink of the logging core must not
+///     call the functions of this header, and must not wait for a thread that does, because records are
+///     written under the log's lock. Such a call has no effect while its thread holds the lock.
+/// \par End of the process
+///     If `main` returns or a thread calls `exit`, the process waits up to a second for an entry that
+///     another thread is writing. Calls after that have no effect.
+/// \par Fork
+///     The child of `fork` may use every function at once, even if other threads of the parent were
+///     writing entries. `fork` waits for the entry that is being written, up to a second. Other locks
+///     can remain locked in the child: those of the logging core if another thread was writing a
+///     diagnostic record, and that of the C library's time zone if another thread was converting a
+///     time.
+/// \par Cancellation
+///     A thread is not cancelled inside these functions. A pending cancellation takes effect at the
+///     thread's next cancellation point.
 ///
-/// What a sink throws passes to the caller of every function here.
+/// Any exception that a sink throws propagates to the caller of the function that wrote the record.
 
 #include <string>
 
@@ -38,84 +66,92 @@
 
 namespace install::cpputil::logger {
 
-/// Begins the entry that tells the old log that a directory could not be made; its path follows.
-std::u16string const unable_to_create_folder_message =
+/// The beginning of the entry that reports a directory that cannot be created; its path follows.
+INSTALL_CPPUTIL_LOCAL inline std::u16string const unable_to_create_folder_message =
     u"Unable to create specified folder for installation log ";
-/// Begins the entry that tells the old log that a file could not be opened; its path follows.
-std::u16string const unable_to_create_file_message =
-    u"Unable to create specified file for installation log ";
-/// Begins the last entry of an old log; the paths of the old and the new log follow.
-std::u16string const reset_destination_message = u"Reset destination file log ";
 
-/// Sets the destination for as long as it lives.
+/// The beginning of the entry that reports a file that cannot be opened; its path follows.
+INSTALL_CPPUTIL_LOCAL inline std::u16string const unable_to_create_file_message =
+    u"Unable to create specified file for installation log ";
+
+/// The beginning of the entry that reports a replaced destination; the paths of the old and the new
+/// destination follow.
+INSTALL_CPPUTIL_LOCAL inline std::u16string const reset_destination_message =
+    u"Reset destination file log ";
+
+/// Sets the destination for the lifetime of the object.
 ///
-/// There is one destination, and `Logger` objects do not stack: a later one replaces it, and the
-/// end of any of them leaves none set, even while an earlier one still lives.
+/// There is only one destination, and `Logger` objects do not stack: a later object replaces the
+/// destination, and the end of any of them unsets it, even if an earlier one still exists.
 class INSTALL_CPPUTIL_EXPORT Logger {
 public:
-    /// Makes \p file the destination. Missing directories above it and the file itself are made;
-    /// what the file holds stays. A destination that was set before gets an entry that tells of
-    /// the change, or of the failure to make it.
-    /// \throws std::runtime_error if a directory cannot be made or the file not be opened for
-    ///     appending; its text names the one or the other, and the destination stays as it was
+    /// Makes \p file the destination. Creates the file and its parent directories if they are missing;
+    /// keeps the content of an existing file. If a destination was set before, it receives an entry
+    /// that reports the change, or the failure.
+    /// \throws std::runtime_error if a directory cannot be created or the file cannot be opened for
+    ///     appending; `what()` names it
+    ///
+    /// If the constructor throws, the destination is as before. \p file may be a reference that
+    /// `get_destination` returned.
     [[nodiscard]] explicit Logger(Path const& file);
 
-    /// As above; \p file is UTF-16.
+    /// Converts \p file, UTF-16, to a `Path` and sets it as the destination like the constructor above.
     /// \throws std::invalid_argument, TextConversionError also, as the constructor of `Path` does
     [[nodiscard]] explicit Logger(std::u16string const& file);
 
-    /// As above; \p file is UTF-8.
+    /// Converts \p file, UTF-8, to a `Path` and sets it as the destination like the constructors above.
     /// \throws TextConversionError also if \p file is not UTF-8
     [[nodiscard]] explicit Logger(std::string const& file);
 
     Logger(Logger const&) = delete;
     Logger& operator=(Logger const&) = delete;
 
-    /// Unsets the destination, whatever it is by now. Writes nothing to the log. A sink that throws
-    /// ends the process here.
+    /// Unsets the current destination, even if another `Logger` has set it. Writes nothing to the log.
+    /// If a sink throws, the process ends.
     ~Logger();
 };
 
-/// Appends one entry with \p message, UTF-16, to the destination or, while none is set, to the
-/// fallback file. Line breaks in it are written as they are. An empty message writes nothing.
+/// Appends an entry with \p message, UTF-16, to the destination or, if none is set, to the fallback
+/// file. Line breaks in it are written as they are. An empty message writes nothing.
 /// \throws TextConversionError if \p message is not UTF-16; nothing is written then
 INSTALL_CPPUTIL_EXPORT void append_message(std::u16string const& message);
 
-/// As above; \p message is UTF-8.
+/// Appends an entry with \p message, UTF-8, like the overload for UTF-16.
 /// \throws TextConversionError if \p message is not UTF-8; nothing is written then
 INSTALL_CPPUTIL_EXPORT void append_message(std::string const& message);
 
-/// Appends the whole file at \p path, UTF-16, to the destination as one entry: a line that names
-/// the file, its lines, and a line that names it again. The file is held in memory meanwhile.
-/// \throws std::runtime_error if no destination is set, there is no such file, or it cannot be
-///     opened for reading
-/// \throws TextConversionError if \p path is not UTF-16 or the file not UTF-8
-/// \throws std::invalid_argument if \p path holds a NUL
-/// \throws std::filesystem::filesystem_error if the system will not tell whether the file exists
+/// Appends the whole file at \p path, UTF-16, to the destination as one entry: a line that names the
+/// file, its lines, and a line that names it again. Reads the file into memory first.
+/// \throws std::runtime_error if no destination is set, or the file does not exist or cannot be opened
+///     for reading
+/// \throws TextConversionError if \p path is not UTF-16 or the file is not UTF-8
+/// \throws std::invalid_argument if \p path contains a NUL
+/// \throws std::filesystem::filesystem_error if the system does not report whether the file exists
 ///
-/// Whatever is thrown, nothing is written.
+/// If it throws, nothing is written.
 INSTALL_CPPUTIL_EXPORT void append_file(std::u16string const& path);
 
-/// As above; \p path is UTF-8.
+/// Appends the file at \p path, UTF-8, like the overload for UTF-16.
 INSTALL_CPPUTIL_EXPORT void append_file(std::string const& path);
 
-/// As above.
+/// Appends the file at \p path like the overload for UTF-16. \p path may be a reference that
+/// `get_destination` returned.
 INSTALL_CPPUTIL_EXPORT void append_file(Path const& path);
 
-/// Returns the destination; an empty path while none is set. Waits for an entry that is being
-/// written and a change that is being made. The reference stays valid, but the path behind it
-/// changes with the destination: read it only while no other thread makes or destroys a `Logger`.
+/// Returns the destination, or an empty path if none is set. Waits for an entry that is being written
+/// and a change in progress. The reference stays valid until the process ends, but its path changes
+/// with the destination: read it only while no other thread creates or destroys a `Logger`.
 /// \throws std::system_error if the lock cannot be taken
 INSTALL_CPPUTIL_EXPORT Path const& get_destination();
 
 namespace detail {
 
-/// Returns the destination that was unset last; an empty path if there was none since the library
-/// was loaded or `forget_last_destination` was called. The reference is as that of
+/// Returns the destination that was unset last, or an empty path if there is none since the library was
+/// loaded or `forget_last_destination` was called. The reference is valid like that of
 /// `get_destination`.
 INSTALL_CPPUTIL_EXPORT Path const& get_last_destination();
 
-/// Forgets the destination that was unset last. The current one stays.
+/// Forgets the destination that was unset last. Keeps the current one.
 INSTALL_CPPUTIL_EXPORT void forget_last_destination();
 
 }  // namespace detail
