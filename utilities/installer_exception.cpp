@@ -4,12 +4,12 @@
 
 namespace install::cpputil {
 
-InstallerException::InstallerException(std::string errorCode, std::string primaryErrorMessage,
-                                       std::string secondaryErrorMessage, std::string location)
-    : std::runtime_error(secondaryErrorMessage),
-      errorCode_(std::move(errorCode)),
-      primaryErrorMessage_(std::move(primaryErrorMessage)),
-      secondaryErrorMessage_(std::move(secondaryErrorMessage)),
+InstallerException::InstallerException(std::string error_code, std::string primary_error_message,
+                                       std::string secondary_error_message, std::string location)
+    : std::runtime_error(secondary_error_message),
+      errorCode_(std::move(error_code)),
+      primaryErrorMessage_(std::move(primary_error_message)),
+      secondaryErrorMessage_(std::move(secondary_error_message)),
       location_(std::move(location)) {}
 
 InstallerException::InstallerException(std::string message)

@@ -13,18 +13,17 @@ namespace install::cpputil {
 ///     throw InstallerException("E42", "The installation failed.", "no space left on /opt",
 ///                              createLocation("unpacker", "write_block"));
 ///
-/// `what()` is the secondary message. Texts may be empty; nothing looks into them.
+/// `what()` is the secondary message. The texts may be empty and are not checked.
 ///
 /// \par Thread safety
 ///     The texts never change: several threads may read one exception.
 class INSTALL_CPPUTIL_EXPORT InstallerException : public std::runtime_error {
 public:
-    /// Makes an exception that carries four texts. \p location is meant to come from
-    /// `createLocation`.
-    InstallerException(std::string errorCode, std::string primaryErrorMessage,
-                       std::string secondaryErrorMessage, std::string location);
+    /// Creates an exception with four texts. \p location usually comes from `createLocation`.
+    InstallerException(std::string error_code, std::string primary_error_message,
+                       std::string secondary_error_message, std::string location);
 
-    /// Makes an exception that carries a secondary message alone.
+    /// Creates an exception that has only a secondary message.
     explicit InstallerException(std::string message);
 
     ~InstallerException() override;
@@ -35,7 +34,7 @@ public:
     std::string getPrimaryErrorMessage() const;
     /// Returns the secondary message, the text of `what()`.
     std::string getSecondaryErrorMessage() const;
-    /// Returns where the error arose.
+    /// Returns the location where the error occurred.
     std::string getLocation() const;
 
 private:
@@ -45,8 +44,7 @@ private:
     std::string location_;
 };
 
-/// Returns the text of a location, \p scope and \p name with "::" between them; \p scope alone
-/// where \p name is empty or the same.
+/// Returns \p scope and \p name joined by "::", or only \p scope if \p name is empty or equal to it.
 INSTALL_CPPUTIL_EXPORT std::string createLocation(std::string const& scope,
                                                   std::string const& name);
 
