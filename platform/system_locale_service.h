@@ -6,19 +6,19 @@
 
 namespace install::cpputil {
 
-/// The locale that the system is set to, for one category: a value, read from the process
-/// environment when it is made and not changed after.
+/// The system's locale for one category. A value, which the constructor reads from the process
+/// environment.
 ///
-/// The setting is that of the environment variable LC_ALL, else the category's own (LC_MESSAGES),
-/// else LANG: the first that is set and not empty. It has the form
-/// "language_REGION.codeset@modifier", of which any part may be missing. "C", "POSIX" and no
-/// setting at all stand for the language "en" and the region "US".
+/// The locale is the value of the first of LC_ALL, the category's own variable (LC_MESSAGES) and LANG
+/// that is set and not empty. It has the form "language_REGION.codeset@modifier"; every part is
+/// optional. "C", "POSIX" and a missing value mean the language "en" and the region "US".
 ///
 /// \par Thread safety
-///     Objects may be made on several threads at once, while no thread changes the environment.
+///     Objects may be created on several threads at once, provided that no thread changes the
+///     environment.
 class INSTALL_CPPUTIL_EXPORT SystemLocaleService {
 public:
-    /// What a locale is asked for.
+    /// The categories of a locale.
     enum class Category : int {
         messages = 1,  ///< the language of messages
     };
@@ -26,10 +26,10 @@ public:
     /// Reads the system's setting for \p category.
     explicit SystemLocaleService(Category category);
 
-    /// Returns the language as it is set, such as "en"; may be empty.
+    /// Returns the language, e.g. "en"; may be empty.
     std::string const& language() const noexcept { return language_; }
 
-    /// Returns the region as it is set, such as "US"; may be empty.
+    /// Returns the region, e.g. "US"; may be empty.
     std::string const& region() const noexcept { return region_; }
 
 private:

@@ -6,12 +6,12 @@
 
 namespace install::cpputil::installer_locale {
 
-/// Returns the name of the locale that the system is set to for messages: language, "_" and region,
-/// such as "en_US", in UTF-16. The "_" is there even where a part is missing. Reads the settings
-/// LC_ALL, LC_MESSAGES and LANG afresh at every call; `SystemLocaleService` tells how.
-/// \throws TextConversionError if the setting is not UTF-8
+/// Returns the name of the system's locale for messages, UTF-16: language, "_" and region, e.g.
+/// "en_US". The "_" is present even if a part is missing. Reads LC_ALL, LC_MESSAGES and LANG at every
+/// call, as described for `SystemLocaleService`.
+/// \throws TextConversionError if the value is not UTF-8
 /// \par Thread safety
-///     May be called from any thread while no thread changes the environment.
+///     May be called from any thread, provided that no thread changes the environment.
 INSTALL_CPPUTIL_EXPORT std::u16string getLocale();
 
 }  // namespace install::cpputil::installer_locale
