@@ -1,4 +1,4 @@
-// Uses the library on behalf of a program that knows it only through dlopen.
+// A plugin that uses the library. unload_test.cpp loads it with dlopen.
 
 #include <memory>
 #include <new>
@@ -10,8 +10,8 @@
 
 using namespace install::cpputil;
 
-/// Whether the services served a static constructor of a program that links the library.
-static bool const served_early = [] {
+/// Whether the services worked in a static constructor of this plugin.
+static bool const worked_early = [] {
     {
         logger::Logger const log(Path(u"/dev/null"));
         logger::append_message(u"early");
@@ -20,8 +20,8 @@ static bool const served_early = [] {
     return !interrupt::is_set() && InputFileParser().parse(u"/dev/null").empty();
 }();
 
-/// Returns whether the library is as it must be when it was just loaded; leaves it with a destination
-/// set, the flag raised and a channel on.
+/// Returns whether the library was in its initial state. Leaves it with a destination set, the flag
+/// raised and a channel enabled.
 extern "C" bool use_library(char const* log, char const* input_file) {
     bool const fresh = !interrupt::is_set() && logger::get_destination().string().empty() &&
                        logger::detail::get_last_destination().string().empty();
@@ -30,5 +30,5 @@ extern "C" bool use_library(char const* log, char const* input_file) {
     logger::append_file(std::string(input_file));
     DiagnosticChannel::setEnabledSeverities("install::cpputil::interrupt", 8);
     interrupt::set();
-    return served_early && fresh && InputFileParser().parse(u"/dev/null").empty();
+    return worked_early && fresh && InputFileParser().parse(u"/dev/null").empty();
 }
