@@ -1,0 +1,15 @@
+#pragma once
+
+/// \file
+/// The version of the headers that a program is compiled against, for the preprocessor:
+///
+///     #if INSTALL_CPPUTIL_VERSION_MAJOR == 1 && INSTALL_CPPUTIL_VERSION_MINOR >= 1
+///
+/// The build reads the version of the library and of its packages from here.
+
+/// Changes when programs must be compiled again or adapted; the soname contains it.
+#define INSTALL_CPPUTIL_VERSION_MAJOR 1
+/// Changes when something is added.
+#define INSTALL_CPPUTIL_VERSION_MINOR 1
+/// Changes with every other release.
+#define INSTALL_CPPUTIL_VERSION_PATCH 0
