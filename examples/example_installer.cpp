@@ -1,194 +1,415 @@
-// A small installer that uses every service of the library the way a careful installer would. It
-// installs nothing: where a real one would unpack a product, it writes a line.
+// A small installer that unpacks products into a folder: all of them or none. It uses every service
+// of the library and is meant to be copied. The functions are in the order of an installation.
 //
-// Its exit status is 0 when the installation is finished, 1 when it failed, 2 when the command line is
-// wrong, and 130 when Ctrl-C stopped it.
+// Its exit status is 0 if the installation is finished, 1 if it failed, 2 if the command line is
+// wrong, and 130 if Ctrl-C or SIGTERM stopped it.
 
+#include <archive.h>
+#include <archive_entry.h>
+#include <fcntl.h>
+#include <platform/file_system_service.h>
+#include <platform/text_conversion.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utilities/argument_validation.h>
+#include <utilities/input_file_parser.h>
+#include <utilities/installer_exception.h>
+#include <utilities/installer_locale.h>
+#include <utilities/interrupt.h>
+#include <utilities/logger.h>
+#include <utilities/sandbox_workflow_detector.h>
+#include <utilities/version_comparator.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <cstdint>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <variant>
 #include <vector>
 
-#include "platform/text_conversion.h"
-#include "utilities/argument_validation.h"
-#include "utilities/input_file_parser.h"
-#include "utilities/installer_exception.h"
-#include "utilities/installer_locale.h"
-#include "utilities/interrupt.h"
-#include "utilities/logger.h"
-#include "utilities/sandbox_workflow_detector.h"
-#include "utilities/version_comparator.h"
-
 namespace {
 
+namespace fs = std::filesystem;
 using namespace install::cpputil;
 
 constexpr char16_t const* own_version = u"1.10.0";
 
-/// Raises the interrupt flag when Ctrl-C comes. Raising it is not safe inside a signal handler, so a
-/// thread waits for the signal. To be made before any other thread, since they inherit the mask.
-class CtrlC {
+/// Raises the interrupt flag at the first Ctrl-C or SIGTERM. Raising it is not safe in a signal
+/// handler, so a thread waits for the signals. Create it before any other thread, since threads
+/// inherit the signal mask.
+class StopSignals {
 public:
-    CtrlC() {
+    StopSignals() {
         ::sigemptyset(&signals_);
         ::sigaddset(&signals_, SIGINT);
-        ::sigaddset(&signals_, stop_waiting);
+        ::sigaddset(&signals_, SIGTERM);
         ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-        waiter_ = std::thread([this] { wait(); });
+        waiter_ = std::thread([this] {
+            int signal = 0;
+            ::sigwait(&signals_, &signal);
+            interrupt::set();
+        });
     }
-    CtrlC(CtrlC const&) = delete;
-    CtrlC& operator=(CtrlC const&) = delete;
-    ~CtrlC() {
-        ::pthread_kill(waiter_.native_handle(), stop_waiting);
+    ~StopSignals() {
+        ::pthread_kill(waiter_.native_handle(), SIGINT);  // Ends the wait if no signal has.
         waiter_.join();
     }
 
 private:
-    static constexpr int stop_waiting = SIGUSR1;
-
-    void wait() const {
-        for (int signal = 0; signal != stop_waiting;) {
-            if (::sigwait(&signals_, &signal) == 0 && signal == SIGINT) {
-                interrupt::set();
-            }
-        }
-    }
-
     sigset_t signals_ = {};
     std::thread waiter_;
 };
 
-/// Tells the user and the log.
-void say(std::string const& text) {
-    std::cout << text << '\n';
-    logger::append_message(text);
-}
-
-std::string readable(PropertyValue const& value) {
-    if (auto const* const text = std::get_if<std::u16string>(&value)) {
-        return TextConversion::toUtf8(*text);
-    }
-    std::string list;
-    for (auto const& name : std::get<std::vector<std::u16string>>(value)) {
-        list += "\n    - " + TextConversion::toUtf8(name);
-    }
-    return list;
-}
-
-void print_inputs(PropertyMap const& inputs) {
-    std::cout << inputs.size() << " inputs:\n";
-    for (auto const& [key, value] : inputs) {
-        std::cout << "  " << TextConversion::toUtf8(key) << " = " << readable(value) << '\n';
+void require(bool valid, char const* code, std::string const& why, char const* function) {
+    if (!valid) {
+        throw InstallerException(code, "The installation cannot start.", why,
+                                 createLocation("example_installer", function));
     }
 }
 
-/// Returns the text that the user gave for \p key, or an empty one.
-std::u16string text_of(PropertyMap const& inputs, std::u16string const& key) {
-    auto const found = inputs.find(key);
-    auto const* const text =
-        found == inputs.end() ? nullptr : std::get_if<std::u16string>(&found->second);
-    return text == nullptr ? std::u16string() : *text;
-}
+struct Product {
+    std::string name;
+    fs::path archive;
+    std::uintmax_t begin;  ///< total size of the archives before this one, in bytes
+};
 
-/// Returns whether \p version, which the user says is installed, is older than this one.
-bool is_older(std::u16string const& version) {
+/// What the installation is going to do.
+struct Plan {
+    fs::path folder;
+    bool overwrite;
+    std::vector<Product> products;
+    std::uintmax_t size;  ///< of all archives, in bytes
+};
+
+void check_version(std::string const& installed) {
+    auto const version = TextConversion::fromUtf8(installed);
+    auto order = 0;
     try {
-        return VersionComparator().compareVersionNumbers(version, own_version) < 0;
-    } catch (std::logic_error const&) {
-        // A component that is no number, or too large: in words that help the user.
-        throw InstallerException(
-            "E101", "The installation cannot start.",
-            "installed_version is no version number: " + TextConversion::toUtf8(version),
-            createLocation("example_installer", "is_older"));
+        order = VersionComparator().compareVersionNumbers(version, own_version);
+    } catch (std::logic_error const&) {  // A component is not a number or is too large.
+        require(false, "E101", "installed_version is not a version number: " + installed, __func__);
     }
+    require(order <= 0, "E102", "installed_version is newer than this one: " + installed, __func__);
 }
 
-/// Refuses inputs that the installation could not work with, before it touches anything.
-void validate_inputs(PropertyMap const& inputs) {
-    std::map<std::string, std::string> args;
+/// Returns the folder to install into. In the sandbox workflow it is below the folder "sandbox" in
+/// the folder of the marker.
+fs::path find_folder(std::string const& install_dir) {
+    // A path that ends in "/" would have an empty file name.
+    auto folder = fs::absolute(install_dir + "/.").lexically_normal().parent_path();
+    if (SandboxWorkflowDetector().isSandboxWorkflow()) {
+        auto const root = FileSystemService::parentPath(FileSystemService::installRoot());
+        folder = fs::path(TextConversion::toUtf8(root)) / "sandbox" / folder.relative_path();
+    }
+    folder = fs::weakly_canonical(folder);
+    require(folder.has_filename() && (!fs::exists(folder) || fs::is_directory(folder)), "E103",
+            "install_dir cannot be replaced: " + folder.string(), __func__);
+    return folder;
+}
+
+/// Returns the archive NAME.tar.zst or NAME.tar.gz of a product.
+fs::path find_archive(fs::path const& product_dir, std::string name) {
+    std::replace(name.begin(), name.end(), ' ', '_');
+    auto archive = product_dir / (name + ".tar.zst");
+    if (!fs::exists(archive)) {
+        archive.replace_extension(".gz");
+    }
+    validate_args({{"product", archive.string()}}, {{"product", "rfile"}});
+    return archive;
+}
+
+/// Refuses inputs that the installation could not work with. Changes nothing.
+Plan make_plan(PropertyMap const& inputs, fs::path const& log_file) {
+    std::map<std::string, std::string> texts;
+    std::vector<std::u16string> products;
     for (auto const& [key, value] : inputs) {
-        args[TextConversion::toUtf8(key)] = readable(value);
+        if (auto const* const text = std::get_if<std::u16string>(&value)) {
+            texts[TextConversion::toUtf8(key)] = TextConversion::toUtf8(*text);
+        } else if (key == u"product") {
+            products = std::get<std::vector<std::u16string>>(value);
+        }
     }
-    validate_args(args, {{"mode", "strval:full,minimal"},
-                         {"overwrite", "boolval"},
-                         {"port", "intval"},
-                         {"licence_file", "rfile"}});
-    if (text_of(inputs, u"install_dir").empty()) {
-        throw InstallerException("E100", "The installation cannot start.",
-                                 "the input file names no install_dir",
-                                 createLocation("example_installer", "validate_inputs"));
+    validate_args(texts, {{"mode", "strval:full,minimal"},
+                          {"overwrite", "boolval"},
+                          {"port", "intval"},
+                          {"licence_file", "rfile"}});
+    for (auto const* const key : {"install_dir", "product_dir"}) {
+        require(!texts[key].empty(), "E100", std::string("the input file has no ") + key, __func__);
     }
-    // Throws for what is no version number.
-    static_cast<void>(is_older(text_of(inputs, u"installed_version")));
+    require(!products.empty(), "E100", "the input file has no product", __func__);
+    check_version(texts["installed_version"]);
+    auto const folder = find_folder(texts["install_dir"]);
+    auto const product_dir = fs::absolute(texts["product_dir"]);
+    for (auto const& path : {product_dir, log_file}) {
+        auto const relative = fs::weakly_canonical(path).lexically_relative(folder);
+        require(*relative.begin() == "..", "E104",
+                "install_dir would be replaced together with " + path.string(), __func__);
+    }
+    auto const overwrite = InputFileParser().stringToLowerCase(texts["overwrite"]);
+    Plan plan = {folder, overwrite == "yes" || overwrite == "true", {}, 0};
+    for (auto const& product : products) {
+        auto const name = TextConversion::toUtf8(product);
+        auto const archive = find_archive(product_dir, name);
+        plan.products.push_back({name, archive, plan.size});
+        plan.size += fs::file_size(archive);
+    }
+    return plan;
 }
 
-void describe_system(PropertyMap const& inputs) {
-    say("locale: " + TextConversion::toUtf8(installer_locale::getLocale()));
-    say(std::string("workflow: ") +
-        (SandboxWorkflowDetector().isSandboxWorkflow() ? "sandbox" : "ordinary"));
-    auto const installed = text_of(inputs, u"installed_version");
-    say("installed version: " + (installed.empty()
-                                     ? "none"
-                                     : TextConversion::toUtf8(installed) +
-                                           (is_older(installed) ? ", older" : ", not older")));
-}
-
-void install_products(PropertyMap const& inputs) {
-    auto const products = inputs.find(u"product");
-    if (products == inputs.end()) {
-        return;
-    }
-    auto const directory = TextConversion::toUtf8(text_of(inputs, u"install_dir"));
-    for (auto const& product : std::get<std::vector<std::u16string>>(products->second)) {
-        auto const step = "installing " + TextConversion::toUtf8(product) + " to " + directory;
-        interrupt::test::pause_and_throw_if_set("EXAMPLE_INSTALLER_PAUSE");
-        interrupt::throw_if_set("before " + step);
-        say(step);
-    }
-}
-
-void run_installation(std::string const& input_file) {
-    auto const inputs = InputFileParser().parse(TextConversion::fromUtf8(input_file));
-    print_inputs(inputs);
-    if (std::filesystem::is_regular_file(input_file)) {
-        // What came through a pipe has been read and cannot be copied.
-        logger::append_file(input_file);
-    }
-    validate_inputs(inputs);
-    describe_system(inputs);
-    install_products(inputs);
-    say("installation finished");
-}
-
-/// Tells the user and the log why the installation ended early. Only the user is shown the name of the
-/// input file as it was given, since it need not be UTF-8.
-int fail(std::string const& input_file, std::string const& text, int status) {
-    std::cerr << "example_installer: " << input_file << ": " << text << '\n';
+/// Prints \p text and appends it to the log.
+void say(std::string const& text) {
+    std::cout << text << '\n' << std::flush;
     logger::append_message(text);
+}
+
+/// Shows what share of all archives has been read: a bar on a terminal, otherwise a line for each
+/// product.
+class Progress {
+public:
+    explicit Progress(std::uintmax_t total) : total_(total) {}
+    Progress(Progress const&) = delete;
+    ~Progress() { std::cout << (terminal_ ? "\n" : "") << std::flush; }
+
+    /// \param done  bytes of all archives that have been read
+    void show(std::string const& product, std::uintmax_t done) {
+        auto text = "unpacking " + product + '\n';
+        if (terminal_) {
+            auto const percent = std::min<std::uintmax_t>(100 * done / total_, 100);
+            auto const bar = std::string(percent / 4, '#') + std::string(25 - percent / 4, '.');
+            text = "\r[" + bar + "] " + std::to_string(percent) + " %  " + product + "\033[K";
+        }
+        if (text != shown_) {
+            std::cout << text << std::flush;
+            shown_ = text;
+        }
+    }
+
+private:
+    bool const terminal_ = ::isatty(STDOUT_FILENO) == 1;
+    std::uintmax_t const total_;
+    std::string shown_;
+};
+
+/// Unpacks the archive of one product into the current folder. Warnings of libarchive are errors,
+/// because the installation must be complete.
+class ProductArchive {
+public:
+    ProductArchive(Product const& product, Progress& progress)
+        : product_(product), progress_(progress) {
+        archive_read_support_format_tar(source_.get());
+        archive_read_support_filter_gzip(source_.get());
+        archive_read_support_filter_zstd(source_.get());
+        check(source_, archive_read_open_filename(source_.get(), product.archive.c_str(), 1 << 16),
+              __func__);
+        // libarchive makes these checks on relative names, hence the current folder.
+        archive_write_disk_set_options(disk_.get(), ARCHIVE_EXTRACT_TIME |
+                                                        ARCHIVE_EXTRACT_SECURE_SYMLINKS |
+                                                        ARCHIVE_EXTRACT_SECURE_NODOTDOT |
+                                                        ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
+    }
+
+    void unpack() {
+        archive_entry* entry = nullptr;
+        for (;;) {
+            entry_ = "entry " + std::to_string(archive_file_count(source_.get()) + 1);
+            auto const result = archive_read_next_header(source_.get(), &entry);
+            if (result == ARCHIVE_EOF) {
+                check(disk_, archive_write_close(disk_.get()), __func__);
+                return;
+            }
+            check(source_, result, __func__);
+            checkEntry(entry);
+            unpackEntry(entry);
+            interrupt::test::pause_and_throw_if_set("EXAMPLE_INSTALLER_PAUSE");
+        }
+    }
+
+private:
+    using Handle = std::unique_ptr<archive, int (*)(archive*)>;
+
+    /// Refuses what libarchive would unpack: names that could forge the log, devices, and symbolic
+    /// links that could lead out.
+    void checkEntry(archive_entry* entry) {
+        auto const* const name = archive_entry_pathname_utf8(entry);
+        auto const is_control = [](unsigned char c) { return c < ' ' || c == '\x7f'; };
+        if (name == nullptr || std::any_of(name, name + std::strlen(name), is_control)) {
+            refuse("its name is not UTF-8 or has control characters", __func__);
+        }
+        entry_ = name;
+        auto const type = archive_entry_filetype(entry);
+        auto const* const hard_link = archive_entry_hardlink(entry);
+        // A symbolic link with a second name would point elsewhere from there.
+        if (hard_link != nullptr ? !fs::is_regular_file(fs::symlink_status(hard_link))
+                                 : type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK) {
+            refuse("not a file, a folder, a symbolic link or a hard link to a file", __func__);
+        }
+        auto const* const target = archive_entry_symlink(entry);  // Null if it is empty.
+        if (hard_link == nullptr && type == AE_IFLNK && (target == nullptr || leadsOut(target))) {
+            refuse("a symbolic link that leads out of the installation", __func__);
+        }
+    }
+
+    /// Returns whether a symbolic link could lead out, directly or through other links: it does not if
+    /// ".." only comes first in \p target, and no more often than there are folders above the link.
+    bool leadsOut(fs::path const& target) const {
+        auto const ups = [](fs::path const& p) { return std::count(p.begin(), p.end(), ".."); };
+        auto const resolved = (fs::path(entry_).parent_path() / target).lexically_normal();
+        return target.is_absolute() || ups(target) != ups(target.lexically_normal()) ||
+               ups(resolved) != 0;
+    }
+
+    void unpackEntry(archive_entry* entry) {
+        auto const is_folder = archive_entry_filetype(entry) == AE_IFDIR;
+        if (is_folder) {
+            // Without these permissions, its owner could not replace the installation later.
+            archive_entry_set_perm(entry, archive_entry_perm(entry) | 0700);
+        }
+        check(disk_, archive_write_header(disk_.get(), entry), __func__);
+        void const* block = nullptr;
+        std::size_t size = 0;
+        la_int64_t offset = 0;
+        for (;;) {
+            showProgress();
+            auto const result = archive_read_data_block(source_.get(), &block, &size, &offset);
+            if (result == ARCHIVE_EOF) {
+                break;
+            }
+            check(source_, result, __func__);
+            check(disk_, archive_write_data_block(disk_.get(), block, size, offset), __func__);
+        }
+        check(disk_, archive_write_finish_entry(disk_.get()), __func__);
+        if (!is_folder) {
+            logger::append_message("unpacked " + product_.name + ": " + entry_);
+        }
+    }
+
+    void showProgress() const {
+        interrupt::throw_if_set("unpacking " + product_.name);
+        auto const read = static_cast<std::uintmax_t>(archive_filter_bytes(source_.get(), -1));
+        progress_.show(product_.name, product_.begin + read);
+    }
+
+    void check(Handle const& handle, la_ssize_t result, char const* function) const {
+        if (result >= ARCHIVE_OK) {
+            return;
+        }
+        auto const* const text = archive_error_string(handle.get());
+        auto why = std::string(text == nullptr ? "unknown error" : text);
+        auto const code = archive_errno(handle.get());
+        if (code > 0 && code != EILSEQ) {  // which stands for a malformed archive
+            why += ": " + std::generic_category().message(code);
+        }
+        refuse(why, function);
+    }
+
+    [[noreturn]] void refuse(std::string const& why, char const* function) const {
+        throw InstallerException("E300", "Nothing was installed.",
+                                 product_.archive.string() + ": " + entry_ + ": " + why,
+                                 createLocation("ProductArchive", function));
+    }
+
+    Product const& product_;
+    Progress& progress_;
+    std::string entry_ = "header";  ///< the name of the current entry, for messages
+    Handle const source_{archive_read_new(), archive_read_free};
+    Handle const disk_{archive_write_disk_new(), archive_write_free};
+};
+
+/// Keeps other installers out of \p folder until the process ends, even if it is killed.
+/// \return a descriptor of the folder, which must stay open
+int lock(fs::path const& folder) {
+    auto const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    require(::flock(descriptor, LOCK_EX | LOCK_NB) == 0, "E105",
+            "another installer is at work in " + folder.string() + ", or it cannot be locked",
+            __func__);
+    return descriptor;
+}
+
+/// Removes a folder at the end of a scope. If that fails, the next installation removes it.
+struct FolderRemover {
+    fs::path const folder;
+    ~FolderRemover() {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+};
+
+/// Unpacks the products into a folder beside the installation, which then changes places with it.
+void carry_out(Plan const& plan) {
+    auto const parent = plan.folder.parent_path();
+    auto const work = parent / ("." + plan.folder.filename().string() + ".installing");
+    fs::create_directories(parent);
+    auto const locked = lock(parent);
+    if (fs::exists(work)) {
+        logger::append_message("removing what a killed installer left in " + work.string());
+        fs::remove_all(work);
+    }
+    auto const exists = fs::exists(plan.folder);
+    require(plan.overwrite || !exists || fs::is_empty(plan.folder), "E106",
+            "overwrite is not yes, but there is " + plan.folder.string(), __func__);
+    FolderRemover const remover = {work};
+    fs::create_directory(work);
+    fs::current_path(work);  // Every other path is absolute by now.
+    Progress progress(plan.size);
+    for (auto const& product : plan.products) {
+        ProductArchive(product, progress).unpack();
+    }
+    progress.show(plan.products.back().name, plan.size);
+    interrupt::throw_if_set("before replacing " + plan.folder.string());
+    // The exchange is one step, so that at any time one complete installation is in place. After a
+    // power failure its files must have their content, too.
+    if (::syncfs(locked) != 0 || ::renameat2(AT_FDCWD, work.c_str(), AT_FDCWD, plan.folder.c_str(),
+                                             exists ? RENAME_EXCHANGE : 0) != 0) {
+        throw std::system_error(errno, std::generic_category(),
+                                "replacing " + plan.folder.string());
+    }
+}
+
+/// Prints and logs why the installation ended early.
+int fail(std::string const& why, int status) {
+    std::cerr << "example_installer: " << why << '\n';
+    logger::append_message(why);
     return status;
 }
 
-int install_with_log(std::string const& input_file) {
+int run(std::string const& input_file, fs::path const& log_file) {
+    auto const* step = "run";
     try {
-        run_installation(input_file);
+        auto const inputs = InputFileParser().parse(TextConversion::fromUtf8(input_file));
+        logger::append_file(input_file);
+        step = "make_plan";
+        auto const plan = make_plan(inputs, log_file);
+        say("locale: " + TextConversion::toUtf8(installer_locale::getLocale()));
+        auto const* const workflow =
+            SandboxWorkflowDetector().isSandboxWorkflow() ? "sandbox" : "ordinary";
+        say(std::string("workflow: ") + workflow);
+        say("installing to " + plan.folder.string());
+        step = "carry_out";
+        carry_out(plan);
+        say("installation finished");
         return 0;
     } catch (interrupt::Exception const& stopped) {
-        return fail(input_file, stopped.what(), 130);
+        return fail(stopped.what(), 130);
     } catch (InstallerException const& error) {
-        return fail(input_file,
-                    error.getErrorCode() + ": " + error.getPrimaryErrorMessage() + " " +
+        return fail(error.getErrorCode() + ": " + error.getPrimaryErrorMessage() + " " +
                         error.what() + " (" + error.getLocation() + ")",
                     1);
     } catch (std::exception const& error) {
-        return fail(input_file, error.what(), 1);
+        auto const location = createLocation("example_installer", step);
+        return fail(std::string(error.what()) + " (" + location + ")", 1);
     }
 }
 
@@ -200,9 +421,13 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        CtrlC const ctrl_c;
-        logger::Logger const log{std::string(argv[2])};
-        return install_with_log(argv[1]);
+        std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, whatever the user's locale.
+        ::signal(SIGXFSZ, SIG_IGN);           // Writing too large a file is an error of the write,
+        ::signal(SIGPIPE, SIG_IGN);           // and closed output does not stop the installation.
+        StopSignals const stop_signals;
+        auto const log_file = fs::absolute(argv[2]);
+        logger::Logger const log(log_file.string());
+        return run(argv[1], log_file);
     } catch (std::exception const& error) {
         std::cerr << "example_installer: " << error.what() << '\n';
         return 1;

@@ -1,51 +1,280 @@
 #!/usr/bin/env bash
 # Runs the example installer as a user would. Usage: example_test.sh PATH_OF_THE_EXAMPLE
-set -uo pipefail
-example=$1
-cd "$(dirname "$0")/.."
-scratch=$(mktemp -d)
+set -euo pipefail
+example=$(realpath "$1")
+scratch=$(realpath "$(mktemp -d)")
 trap 'rm -rf "$scratch"' EXIT
-log=$scratch/log
+cd "$scratch"
+umask 022
+mkdir products content content/sub
+tar='tar --owner=0 --group=0'
 
-# expect STATUS TEXT INPUT_FILE: the example ends with the status and says the text, in its log too.
-expect() {
-    rm -f "$log"
-    output=$(env LC_ALL=de_AT.UTF-8 "$example" "$3" "$log" 2>&1)
-    status=$?
-    if [ "$status" != "$1" ] || ! grep -qF -- "$2" <<<"$output" || ! grep -qF -- "$2" "$log"; then
-        printf 'not status %s and "%s" but status %s and:\n%s\n' "$1" "$2" "$status" "$output"
-        exit 1
+fail() {
+    printf '%s\n' "$1" '--- output:'
+    cat output
+    printf -- '--- log:\n'
+    cat log
+    exit 1
+}
+
+# input LINE...: writes the input file; a later line for a key replaces an earlier one.
+input() {
+    printf '%s\n' "install_dir = $scratch/app" 'product_dir = products' 'overwrite = yes' \
+        product.Basic_Tools "$@" >input
+}
+
+# archive ARGUMENT...: creates the archive of the product; the arguments are those of tar.
+archive() { $tar -czf products/Basic_Tools.tar.gz -C content "$@"; }
+
+# run STATUS TEXT [COMMAND...]: the installer, started through the COMMAND, ends with the STATUS, and
+# the TEXT is in its log.
+run() {
+    local status=0
+    rm -f log
+    "${@:3}" "$example" input log >output 2>&1 || status=$?
+    if [ "$status" != "$1" ] || ! grep -qF -- "$2" log; then
+        fail "status $status, not status $1 and: $2"
     fi
 }
 
-input() { printf '%s\n' "$@" >"$scratch/input"; }
+# installed CONTENT: this is in the installed file, and no work folder is left.
+installed() {
+    [ "$(cat app/file)" = "$1" ] || fail "not installed: $1"
+    [ ! -e .app.installing ] || fail 'the work folder is left'
+}
 
-expect 0 'installing Base Tools to /opt/app' examples/inputs.txt
-expect 0 'installed version: 1.9, older' examples/inputs.txt
-expect 0 'locale: de_AT' examples/inputs.txt
-expect 0 'installation finished' /dev/stdin <examples/inputs.txt
-expect 1 'input file does not exist!' /none
-expect 1 'text is not UTF-8: malformed at offset 0' $'\xff'
-expect 1 'E100: The installation cannot start. the input file names no install_dir (example_installer::validate_inputs)' /dev/null
-input 'install_dir = /x' 'mode = odd'
-expect 1 "key='mode' value='odd' rule='strval:full,minimal'" "$scratch/input"
-input 'install_dir = /x' 'installed_version = rc1'
-expect 1 'E101: The installation cannot start. installed_version is no version number: rc1' "$scratch/input"
-input 'install_dir = /x' 'licence_file = /none'
-expect 1 "key='licence_file' value='/none' rule='rfile'" "$scratch/input"
-grep -qF "File '/none' does not exist or it's empty" "$log" || exit 1
+# refused TEXT [COMMAND...]: the installer shows and logs the TEXT, and the previous installation
+# stands.
+refused() {
+    previous
+    run 1 "$@"
+    grep -qF -- "$1" output || fail "not shown: $1"
+    installed previous
+    [ "$(ls -A app)" = file ] || fail "not as before: $1"
+}
 
-# Ctrl-C while it works: once the log tells of the workflow, the work has begun.
-cat >"$scratch/interrupted" <<EOF
-#!/usr/bin/env bash
-EXAMPLE_INSTALLER_PAUSE= "$example" "\$@" &
-for ((attempt = 0; attempt < 300; ++attempt)); do
-    grep -q 'installed version' "\$2" 2>/dev/null && break
-    sleep 0.1
+# wait_for COMMAND...: waits until the COMMAND succeeds, for at most 30 seconds.
+wait_for() {
+    local attempt
+    for ((attempt = 0; attempt < 300; ++attempt)); do
+        ! "$@" 2>/dev/null || return 0
+        sleep 0.1
+    done
+    fail "waited in vain for: $*"
+}
+
+# previous: there is an installation from before.
+previous() {
+    rm -rf app
+    mkdir app
+    printf 'previous\n' >app/file
+}
+
+# start: the installer replaces the previous installation in the background and waits in the middle
+# of unpacking.
+start() {
+    previous
+    rm -f log
+    EXAMPLE_INSTALLER_PAUSE='' "$example" input log >output 2>&1 &
+    wait_for grep -q 'unpacked Basic Tools: file' log
+    [ -e .app.installing/file ] || fail 'not in the middle of unpacking'
+}
+
+# Good installations: into a folder that is missing, empty, or holds an equal or older version.
+printf 'first\n' >content/file
+printf 'tool\n' >content/sub/Wörld
+ln -s ../file content/sub/link
+ln content/file content/sub/hard
+chmod 4755 content/file
+chmod 555 content/sub
+archive --format=pax file sub
+chmod 755 content/sub
+input 'install_dir = new/app/' 'mode = full' 'port = 80' 'licence_file = input' 'overwrite = no'
+run 0 'installation finished' env LC_ALL=de_AT.UTF-8
+for name in file sub/Wörld sub/link sub/hard; do
+    grep -qF "unpacked Basic Tools: $name" log || fail "not logged: $name"
 done
-kill -INT \$!
-wait \$!
-EOF
-chmod +x "$scratch/interrupted"
-example=$scratch/interrupted
-expect 130 'Interrupted. env EXAMPLE_INSTALLER_PAUSE is set.' examples/inputs.txt
+grep -qF 'port = 80' log || fail 'the input file is not in the log'
+grep -qF 'locale: de_AT' log || fail 'wrong locale'
+[ "$(cat new/app/sub/link new/app/sub/Wörld)" = $'first\ntool' ] || fail 'wrong content'
+[ new/app/file -ef new/app/sub/hard ] || fail 'not a hard link'
+[ "$(stat -c %a new/app/file new/app/sub)" = $'755\n755' ] || fail 'wrong permissions'
+[ "$(ls -A new)" = app ] || fail 'more than the installation is left'
+mkdir app
+archive file
+input 'overwrite = no'
+run 0 'installation finished'
+installed first
+printf 'second\n' >content/file
+$tar --zstd -cf products/Basic_Tools.tar.zst -C content file
+for version in '' 1.9 1.10.0; do
+    touch app/obsolete
+    input "installed_version = $version"
+    run 0 'workflow: ordinary'
+    installed second
+    [ ! -e app/obsolete ] || fail "not replaced: $version"
+done
+rm products/Basic_Tools.tar.zst
+
+# Progress: lines in a file, a bar on a terminal, and nothing of it in the log.
+[ "$(grep -c 'unpacking Basic Tools' output)" = 1 ] || fail 'not one line for the product'
+script -qec "$example input log" /dev/null </dev/null >output || fail 'failed on a terminal'
+grep -qF '[#########################] 100 %  Basic Tools' output || fail 'no progress bar'
+! grep -E '%|unpacking' log || fail 'the progress is in the log'
+
+# The sandbox workflow.
+mkdir -p box/bin
+touch box/qx_anchor
+cp "$example" box/bin
+rm -rf app
+(example=$scratch/box/bin/$(basename "$example") && run 0 'workflow: sandbox')
+[ -e "box/sandbox$scratch/app/file" ] || fail 'not installed in the sandbox'
+[ ! -e app ] || fail 'installed outside the sandbox'
+grep -qF "installing to $scratch/box/sandbox$scratch/app" log || fail 'the log does not name the sandbox'
+
+# Inputs that are refused: the text of the refusal, and the lines of the input file.
+while IFS='|' read -r text lines; do
+    input "${lines//;/$'\n'}"
+    refused "$text"
+done <<EOF_INPUTS
+E100: The installation cannot start. the input file has no install_dir (example_installer::make_plan)|install_dir =
+the input file has no product_dir|product_dir =
+E101: The installation cannot start. installed_version is not a version number: rc1|installed_version = rc1
+E102: The installation cannot start. installed_version is newer than this one: 1.10.1|installed_version = 1.10.1
+E103: The installation cannot start. install_dir cannot be replaced: /|install_dir = /
+install_dir cannot be replaced: $scratch/input|install_dir = input
+key='product' value='$scratch/products/Help.tar.gz' rule='rfile' (example_installer::make_plan)|product.Help
+key='product' value='/none/Basic_Tools.tar.gz' rule='rfile'|product_dir = /none
+E104: The installation cannot start. install_dir would be replaced together with $scratch/products|install_dir = products
+E106: The installation cannot start. overwrite is not yes, but there is $scratch/app|overwrite = No
+overwrite is not yes|overwrite = FALSE
+key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
+key='mode' value='odd' rule='strval:full,minimal'|mode = odd
+key='port' value='http' rule='intval'|port = http
+key='licence_file' value='/none' rule='rfile'|licence_file = /none
+EOF_INPUTS
+printf 'install_dir = app\nproduct_dir = products\n' >input
+refused 'the input file has no product (example_installer::make_plan)'
+input
+previous
+! "$example" input app/log >output 2>&1 || fail 'the log was replaced'
+grep -qF 'install_dir would be replaced together with' app/log || fail 'not refused because of the log'
+rm input
+refused 'input file does not exist! (example_installer::run)'
+input
+
+# Archives that are refused: the text of the refusal, and the arguments of tar.
+ln -s sub content/inside
+ln -s /etc content/absolute
+ln -s .. content/sub/top
+ln -s sub/top/../file content/climbing
+ln -s ../../file content/sub/outside
+ln -s ../file content/sub/up
+ln content/file content/twin
+ln -P content/sub/up content/moved
+mkfifo content/pipe
+touch content/$'line\nfeed' content/$'latin\xe9'
+printf 'outside\n' >file
+while IFS='|' read -r text arguments; do
+    eval "archive $arguments"
+    refused "E300: Nothing was installed. $scratch/products/Basic_Tools.tar.gz: $text"
+done <<'EOF_ARCHIVES'
+../file: Path contains '..' (ProductArchive::unpackEntry)|-P --transform 's|^|../|' file
+/file: Path is absolute|-P --transform 's|^|/|' file
+inside/file: Cannot extract through symlink|--transform 's|^file|inside/file|' inside file
+absolute: a symbolic link that leads out of the installation (ProductArchive::checkEntry)|absolute
+climbing: a symbolic link that leads out|sub/top climbing
+inside: a symbolic link that leads out|--transform 'flags=s;s|.*||' inside
+sub/outside: a symbolic link that leads out|sub/outside
+twin: Path contains '..'|-P --transform 'flags=h;s|^|../|' file twin
+twin: Path is absolute|-P --transform "flags=h;s|^|$scratch/|" file twin
+twin: not a file, a folder|-P --transform 'flags=h;s|^|../none/|' file twin
+moved: not a file, a folder, a symbolic link or a hard link to a file|file sub/up moved
+pipe: not a file, a folder|pipe
+entry 2: its name is not UTF-8 or has control characters|file $'line\nfeed'
+entry 1: its name is not UTF-8|$'latin\xe9'
+EOF_ARCHIVES
+[ "$(cat file)" = outside ] || fail 'a file outside was changed'
+head -c 100000 /dev/urandom >content/large
+archive large
+head -c 50000 products/Basic_Tools.tar.gz >products/Help.tar.gz
+input product.Help
+refused 'truncated gzip input'
+printf 'not an archive\n' >products/Help.tar.gz
+refused "$scratch/products/Help.tar.gz: header: Unrecognized archive format (ProductArchive)"
+: >products/Help.tar.gz
+refused "key='product' value='$scratch/products/Help.tar.gz' rule='rfile'"
+input
+
+# A full disk: a limit on the size of files, and a small file system if the test may mount one.
+archive file large
+refused 'large: Write failed: File too large (ProductArchive::' bash -c 'ulimit -f 64 && exec "$@"' -
+small_disk() {
+    local status=0
+    mount -t tmpfs -o size=64k none disk || return 3
+    mkdir disk/app
+    touch disk/app/file
+    "$@" || status=$?
+    [ "$(find disk -mindepth 1 | sort | xargs)" = 'disk/app disk/app/file' ] || status=4
+    return "$status"
+}
+export -f small_disk
+mkdir disk
+input 'install_dir = disk/app'
+if unshare -rm bash -c 'small_disk true' 2>/dev/null; then
+    run 1 'No space left on device (ProductArchive::' unshare -rm bash -c 'small_disk "$@"' -
+fi
+input
+
+# Ctrl-C in the middle. Until then, a second installer is refused.
+archive file sub/link
+for signal in INT TERM; do
+    start
+    mv log log.first
+    run 1 "E105: The installation cannot start. another installer is at work in $scratch"
+    kill -"$signal" %%
+    status=0
+    wait %% || status=$?
+    [ "$status" = 130 ] || fail "status $status after SIG$signal"
+    grep -qF 'Interrupted. env EXAMPLE_INSTALLER_PAUSE is set.' log || fail 'not logged as interrupted'
+    installed previous
+done
+
+# Killed in the middle, and the next run.
+start
+kill -KILL %%
+wait %% 2>/dev/null || true
+[ "$(cat app/file)" = previous ] || fail 'the killed installer changed the installation'
+run 0 "removing what a killed installer left in $scratch/.app.installing"
+installed second
+
+# Killed just before and just after the folders change places, and a file system that cannot do that.
+cat >exchange.c <<'EOF_SHIM'
+#define _GNU_SOURCE
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+int renameat2(int from_folder, const char* from, int to_folder, const char* to, unsigned flags) {
+    if (getenv("KILL_BEFORE")) raise(SIGKILL);
+    if (getenv("KILL_AFTER")) {
+        syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
+        raise(SIGKILL);
+    }
+    errno = EINVAL;
+    return -1;
+}
+EOF_SHIM
+"${CC:-cc}" -shared -fPIC -o exchange.so exchange.c
+shim=(env LD_PRELOAD="$scratch/exchange.so" ASAN_OPTIONS=verify_asan_link_order=0)
+refused "replacing $scratch/app: Invalid argument (example_installer::carry_out)" "${shim[@]}"
+for when in BEFORE:previous AFTER:second; do
+    previous
+    run 137 'unpacked Basic Tools: file' "${shim[@]}" "KILL_${when%:*}="
+    [ "$(cat app/file)" = "${when#*:}" ] || fail "not whole after KILL_$when"
+    [ -e .app.installing ] || fail "not killed: $when"
+    run 0 "removing what a killed installer left in $scratch/.app.installing"
+    installed second
+done
