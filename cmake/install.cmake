@@ -1,10 +1,9 @@
-# What `cmake --install` puts in place: the library, its headers below a folder of their own, and
-# the files by which CMake and pkg-config find both.
+# Installs the library, its headers in a folder of their own, and the files for CMake and pkg-config.
 include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/install_cpputil)
 
-# What a program needs to run, and what a developer needs beside it.
+# One component for programs that run, one for developers.
 install(TARGETS install_cpputil EXPORT install_cpputil_targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   COMPONENT runtime
@@ -31,13 +30,14 @@ install(FILES
   DESTINATION ${package_directory}
   COMPONENT development)
 
-# The pkg-config file finds the rest of the tree from where it stands itself, since a tree may be
-# installed under another prefix than the one configured, or moved. Only full paths stay as they are.
+# The paths in the pkg-config file are relative to the file, because the tree may be installed under another
+# prefix than the configured one, or moved. Absolute paths stay as they are.
 set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
   set(pkgconfig_prefix "${CMAKE_INSTALL_PREFIX}")
 else()
   file(RELATIVE_PATH prefix_from_pkgconfig /${pkgconfig_directory} /)
+  string(REGEX REPLACE "/$" "" prefix_from_pkgconfig "${prefix_from_pkgconfig}")
   set(pkgconfig_prefix "\${pcfiledir}/${prefix_from_pkgconfig}")
 endif()
 foreach(directory LIBDIR INCLUDEDIR)
