@@ -6,17 +6,17 @@ set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/install_cpputil)
 # One component for programs that run, one for developers.
 install(TARGETS install_cpputil EXPORT install_cpputil_targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  COMPONENT runtime
-  NAMELINK_COMPONENT development)
+  COMPONENT install_cpputil_runtime
+  NAMELINK_COMPONENT install_cpputil_development)
 install(DIRECTORY utilities platform
   DESTINATION ${header_directory}
-  COMPONENT development
+  COMPONENT install_cpputil_development
   FILES_MATCHING PATTERN "*.h"
   PATTERN internal EXCLUDE)
 install(EXPORT install_cpputil_targets
   NAMESPACE install::
   DESTINATION ${package_directory}
-  COMPONENT development)
+  COMPONENT install_cpputil_development)
 
 configure_package_config_file(cmake/install_cpputil-config.cmake.in
   ${PROJECT_BINARY_DIR}/install_cpputil-config.cmake
@@ -28,7 +28,7 @@ install(FILES
   ${PROJECT_BINARY_DIR}/install_cpputil-config.cmake
   ${PROJECT_BINARY_DIR}/install_cpputil-config-version.cmake
   DESTINATION ${package_directory}
-  COMPONENT development)
+  COMPONENT install_cpputil_development)
 
 # The paths in the pkg-config file are relative to the file, because the tree may be installed under another
 # prefix than the configured one, or moved. Absolute paths stay as they are.
@@ -50,4 +50,4 @@ endforeach()
 configure_file(cmake/install_cpputil.pc.in ${PROJECT_BINARY_DIR}/install_cpputil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/install_cpputil.pc
   DESTINATION ${pkgconfig_directory}
-  COMPONENT development)
+  COMPONENT install_cpputil_development)
