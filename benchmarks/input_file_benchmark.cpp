@@ -1,4 +1,4 @@
-// Input files beside other readers of key=value files, each from the file to its own map.
+// Input files, compared with other readers of key=value files, each from the file to its own map.
 
 #include <benchmark/benchmark.h>
 #include <glib.h>
@@ -22,18 +22,19 @@ namespace {
 using namespace install::cpputil;
 
 /// An input file of as many assignments as the benchmark's argument says, with distinct keys in random
-/// order. The peers get the section that some of them need.
+/// order. A value is \p directory and a number. Some peers need a section.
 class InputFile {
 public:
-    InputFile(benchmark::State const& state, char const* first_line = "") {
+    InputFile(benchmark::State const& state, std::string const& directory,
+              char const* section = "") {
         std::vector<std::string> lines;
         for (std::int64_t number = 0; number != state.range(0); ++number) {
-            lines.push_back("key_" + std::to_string(number) + " = /opt/app/value/of/" +
-                            std::to_string(number) + "\n");
+            auto const text = std::to_string(number);
+            lines.push_back("key_" + text + " = " + directory + text + '\n');
         }
         std::shuffle(lines.begin(), lines.end(), std::mt19937(1));
         std::ofstream stream(path);
-        stream << first_line;
+        stream << section;
         for (auto const& line : lines) {
             stream << line;
         }
@@ -43,29 +44,23 @@ public:
     std::string const path = scratch / "inputs.txt";
 };
 
-void sizes(benchmark::internal::Benchmark* each) {
-    each->Arg(60)->Arg(200'000);
-}
-
-/// Aborts if a reader lost a line: it would be no peer.
+/// Aborts if a reader lost a line.
 void expect_lines(benchmark::State const& state, std::size_t count) {
     if (count != static_cast<std::size_t>(state.range(0))) {
         std::abort();
     }
 }
 
-void parse(benchmark::State& state) {
-    InputFile const file(state);
+void parse(benchmark::State& state, std::string const& directory) {
+    InputFile const file(state, directory);
     auto const path = utf16(file.path);
     for (auto _ : state) {
         auto const map = InputFileParser().parse(path);
         expect_lines(state, map.size());
     }
 }
-BENCHMARK(parse)->Apply(sizes);
-
-void inih(benchmark::State& state) {
-    InputFile const file(state, "[inputs]\n");
+void inih(benchmark::State& state, std::string const& directory) {
+    InputFile const file(state, directory, "[inputs]\n");
     for (auto _ : state) {
         std::map<std::string, std::string> map;
         auto const store = [](void* target, char const*, char const* key, char const* value) {
@@ -76,10 +71,8 @@ void inih(benchmark::State& state) {
         expect_lines(state, map.size());
     }
 }
-BENCHMARK(inih)->Apply(sizes);
-
-void gkeyfile(benchmark::State& state) {
-    InputFile const file(state, "[inputs]\n");
+void gkeyfile(benchmark::State& state, std::string const& directory) {
+    InputFile const file(state, directory, "[inputs]\n");
     for (auto _ : state) {
         GKeyFile* const keys = g_key_file_new();
         g_key_file_load_from_file(keys, file.path.c_str(), G_KEY_FILE_NONE, nullptr);
@@ -87,32 +80,45 @@ void gkeyfile(benchmark::State& state) {
         g_key_file_free(keys);
     }
 }
-BENCHMARK(gkeyfile)->Apply(sizes);
-
-void property_tree(benchmark::State& state) {
-    InputFile const file(state);
+void property_tree(benchmark::State& state, std::string const& directory) {
+    InputFile const file(state, directory);
     for (auto _ : state) {
         boost::property_tree::ptree tree;
         boost::property_tree::read_ini(file.path, tree);
         expect_lines(state, tree.size());
     }
 }
-BENCHMARK(property_tree)->Apply(sizes);
-
-void poco(benchmark::State& state) {
-    InputFile const file(state);
+void poco(benchmark::State& state, std::string const& directory) {
+    InputFile const file(state, directory);
     for (auto _ : state) {
         Poco::AutoPtr<Poco::Util::PropertyFileConfiguration> const configuration(
             new Poco::Util::PropertyFileConfiguration(file.path));
         benchmark::DoNotOptimize(configuration->hasProperty("key_0"));
     }
 }
-BENCHMARK(poco)->Apply(sizes);
+constexpr int iterations_of_large_files = 3;
+
+bool add(std::string const& name, void (*reader)(benchmark::State&, std::string const&)) {
+    char const* const ascii = "/opt/app/value/of/";
+    char const* const chinese = "/opt/应用程序/基础工具/的值/";
+    benchmark::RegisterBenchmark((name + "/ascii").c_str(), reader, ascii)->Arg(60);
+    benchmark::RegisterBenchmark((name + "/chinese").c_str(), reader, chinese)->Arg(2'000);
+    // A fixed number of iterations, because the first one waits for memory that the others reuse.
+    benchmark::RegisterBenchmark((name + "/ascii").c_str(), reader, ascii)
+        ->Arg(200'000)
+        ->Iterations(iterations_of_large_files);
+    return true;
+}
+
+[[maybe_unused]] bool const added = add("parse", parse) && add("inih", inih) &&
+                                    add("gkeyfile", gkeyfile) &&
+                                    add("property_tree", property_tree) && add("poco", poco);
 
 /// What filling the map alone takes, with keys and values ready, in the order of the file.
 void map_alone(benchmark::State& state) {
     std::vector<std::pair<std::u16string, std::u16string>> entries;
-    for (auto& [key, value] : InputFileParser().parse(utf16(InputFile(state).path))) {
+    for (auto& [key, value] :
+         InputFileParser().parse(utf16(InputFile(state, "/opt/app/value/of/").path))) {
         entries.emplace_back(key, std::get<std::u16string>(value));
     }
     std::shuffle(entries.begin(), entries.end(), std::mt19937(1));
@@ -124,7 +130,7 @@ void map_alone(benchmark::State& state) {
         expect_lines(state, map.size());
     }
 }
-BENCHMARK(map_alone)->Apply(sizes);
+BENCHMARK(map_alone)->Arg(200'000)->Iterations(iterations_of_large_files);
 
 void product_lines(benchmark::State& state) {
     std::string text;

@@ -1,4 +1,4 @@
-// What it costs a process to load the library, beside Boost.Log alone.
+// The cost of loading the library into a process, compared with loading Boost.Log alone.
 
 #include <benchmark/benchmark.h>
 #include <spawn.h>

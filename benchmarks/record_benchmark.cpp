@@ -1,0 +1,162 @@
+// What diagnostic records cost: an operation with its channel on, compared with the same operation
+// with its channel off followed by the same records, written to the logging core directly.
+
+#include <benchmark/benchmark.h>
+
+#include <boost/log/core.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/log/sources/record_ostream.hpp>
+#include <boost/log/sources/severity_channel_logger.hpp>
+#include <boost/make_shared.hpp>
+
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "benchmarks/scratch.h"
+#include "platform/diagnostic_channel.h"
+#include "utilities/input_file_parser.h"
+#include "utilities/interrupt.h"
+#include "utilities/logger.h"
+
+namespace {
+
+using namespace install::cpputil;
+namespace log = boost::log;
+
+/// Registers a sink that drops every record with the logging core, and switches a channel.
+class DroppingSink {
+public:
+    DroppingSink(std::string channel, unsigned mask) : channel_(std::move(channel)) {
+        log::core::get()->add_sink(sink_);
+        DiagnosticChannel::setEnabledSeverities(channel_, mask);
+    }
+    DroppingSink(DroppingSink const&) = delete;
+    DroppingSink& operator=(DroppingSink const&) = delete;
+    ~DroppingSink() {
+        DiagnosticChannel::setEnabledSeverities(channel_, 0);
+        log::core::get()->remove_sink(sink_);
+    }
+
+    /// Reports how many records there were in an iteration.
+    void count(benchmark::State& state) const {
+        state.counters["records"] =
+            benchmark::Counter(static_cast<double>(sink_->locked_backend()->count),
+                               benchmark::Counter::kAvgIterations);
+    }
+
+private:
+    struct Backend : log::sinks::basic_sink_backend<log::sinks::synchronized_feeding> {
+        void consume(log::record_view const&) { ++count; }
+
+        std::size_t count = 0;
+    };
+
+    std::string const channel_;
+    boost::shared_ptr<log::sinks::synchronous_sink<Backend>> const sink_ =
+        boost::make_shared<log::sinks::synchronous_sink<Backend>>(boost::make_shared<Backend>());
+};
+
+/// Runs \p operation with \p channel on.
+template <typename Operation>
+void with_records(benchmark::State& state, char const* channel, Operation operation) {
+    DroppingSink const sink(channel, 4 | 8);
+    for (auto _ : state) {
+        operation();
+    }
+    sink.count(state);
+}
+
+/// Runs \p operation with \p channel off, and writes one record for each of \p texts.
+template <typename Operation>
+void with_core_records(benchmark::State& state, char const* channel, Operation operation,
+                       int severity, char const* prefix, std::vector<std::string> const& texts) {
+    DroppingSink const sink(channel, 0);
+    log::sources::severity_channel_logger_mt<int, std::string> logger(log::keywords::channel =
+                                                                          channel);
+    for (auto _ : state) {
+        operation();
+        for (auto const& text : texts) {
+            if (auto record = logger.open_record(log::keywords::severity = severity)) {
+                log::record_ostream stream(record);
+                stream << prefix << text;
+                stream.flush();
+                logger.push_record(std::move(record));
+            }
+        }
+    }
+    sink.count(state);
+}
+
+constexpr char const* log_channel = "install::cpputil::logger";
+constexpr char const* parser_channel = "install::cpputil::InputFileParser";
+constexpr char const* interrupt_channel = "install::cpputil::interrupt";
+
+std::string const message = "installing Base Tools to /opt/app/base_tools";
+
+void append_message_records(benchmark::State& state) {
+    Scratch const scratch;
+    logger::Logger const log(scratch / "log");
+    with_records(state, log_channel, [] { logger::append_message(message); });
+}
+BENCHMARK(append_message_records);
+
+void append_message_core_records(benchmark::State& state) {
+    Scratch const scratch;
+    logger::Logger const log(scratch / "log");
+    with_core_records(state, log_channel, [] { logger::append_message(message); }, 4,
+                      " msg=", {message});
+}
+BENCHMARK(append_message_core_records);
+
+std::vector<std::string> input_lines() {
+    std::vector<std::string> lines;
+    for (int number = 0; number != 60; ++number) {
+        auto const text = std::to_string(number);
+        lines.push_back("key_" + text + " = /opt/app/value/of/" + text);
+    }
+    return lines;
+}
+
+std::string write_input_file(Scratch const& scratch) {
+    auto path = scratch / "inputs.txt";
+    std::ofstream stream(path);
+    for (auto const& line : input_lines()) {
+        stream << line << '\n';
+    }
+    return path;
+}
+
+void parse_records(benchmark::State& state) {
+    Scratch const scratch;
+    auto const path = utf16(write_input_file(scratch));
+    with_records(state, parser_channel,
+                 [&] { benchmark::DoNotOptimize(InputFileParser().parse(path)); });
+}
+BENCHMARK(parse_records);
+
+void parse_core_records(benchmark::State& state) {
+    Scratch const scratch;
+    auto const path = utf16(write_input_file(scratch));
+    with_core_records(
+        state, parser_channel, [&] { benchmark::DoNotOptimize(InputFileParser().parse(path)); }, 4,
+        " line=", input_lines());
+}
+BENCHMARK(parse_core_records);
+
+void set_records(benchmark::State& state) {
+    with_records(state, interrupt_channel, [] { interrupt::set(); });
+    interrupt::detail::unset();
+}
+BENCHMARK(set_records);
+
+void set_core_records(benchmark::State& state) {
+    with_core_records(state, interrupt_channel, [] { interrupt::set(); }, 8, "",
+                      {"Set INTERRUPT."});
+    interrupt::detail::unset();
+}
+BENCHMARK(set_core_records);
+
+}  // namespace
