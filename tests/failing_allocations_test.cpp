@@ -46,21 +46,17 @@ thread_local std::size_t allocations_left = unlimited;
 namespace install::cpputil::testing {
 namespace {
 
-/// Calls \p operation until it succeeds: first with its first allocation failing, then with its second,
-/// and so on. Calls \p check after each call that threw std::bad_alloc.
-void fail_each_allocation(std::function<void()> const& operation,
-                          std::function<void()> const& check) {
-    for (std::size_t successes = 0;; ++successes) {
-        allocations_left = successes;
-        try {
-            operation();
-            allocations_left = unlimited;
-            return;
-        } catch (std::bad_alloc const&) {
-            EXPECT_EQ(allocations_left, unlimited);
-            check();
-        }
+/// Returns whether \p operation throws std::bad_alloc if its first \p successes allocations succeed and
+/// the next one fails.
+bool fails(std::function<void()> const& operation, std::size_t successes) {
+    allocations_left = successes;
+    try {
+        operation();
+    } catch (std::bad_alloc const&) {
+        return true;
     }
+    allocations_left = unlimited;
+    return false;
 }
 
 TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
@@ -104,14 +100,14 @@ TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
         logger::detail::forget_last_destination();
         changed = map;
         auto const descriptors = open_descriptors();
-        fail_each_allocation(operation, [&] {
+        for (std::size_t successes = 0; fails(operation, successes); ++successes) {
             EXPECT_EQ(open_descriptors(), descriptors);
             EXPECT_EQ(logger::get_destination().narrowName(), log);
             EXPECT_EQ(logger::detail::get_last_destination().narrowName(), "");
             EXPECT_EQ(changed, map);
             logger::append_message(u"next");
             EXPECT_THAT(read_file(log), ::testing::EndsWith(") next\n"));
-        });
+        }
     }
     FileSystemService::setInstallRoot(u"");
 }

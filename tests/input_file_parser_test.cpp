@@ -32,13 +32,13 @@ protected:
     };
 
     std::string parsed(std::u16string const& path) { return shown(parser_.parse(path)); }
-    std::string parsed_text(std::string_view content) {
+    std::string parsedText(std::string_view content) {
         write_file(directory_ / "inputs.txt", content);
         return parsed(path_);
     }
-    void expect_maps(std::initializer_list<Row> rows) {
+    void expectMaps(std::initializer_list<Row> rows) {
         for (auto const& row : rows) {
-            EXPECT_EQ(parsed_text(row.content), row.map) << "input: " << row.content;
+            EXPECT_EQ(parsedText(row.content), row.map) << "input: " << row.content;
         }
     }
 
@@ -48,13 +48,13 @@ protected:
 };
 
 TEST_F(InputFile, SkipsBlankCommentAndOtherLines) {
-    expect_maps({{"", ""},
-                 {"\n \t\r\n\f\v\n  # a comment\n#x=y\nno form at all\n\xFF\n", ""},
-                 {"\xEF\xBB\xBF# key=1\n", "\xEF\xBB\xBF# key=1;"}});  // Begins with a mark.
+    expectMaps({{"", ""},
+                {"\n \t\r\n\f\v\n  # a comment\n#x=y\nno form at all\n\xFF\n", ""},
+                {"\xEF\xBB\xBF# key=1\n", "\xEF\xBB\xBF# key=1;"}});  // Begins with a mark.
 }
 
 TEST_F(InputFile, StoresAssignments) {
-    expect_maps(
+    expectMaps(
         {{"Install_Dir = /opt/app\nmode==Full Run # fast",
           "install_dir=/opt/app;mode=Full Run # fast;"},
          {"\t Mode \v=\f X Y \r\nn=1\r", "mode=X Y;n=1;"},
@@ -67,7 +67,7 @@ TEST_F(InputFile, StoresAssignments) {
 }
 
 TEST_F(InputFile, StoresProductNamesAsAList) {
-    expect_maps(
+    expectMaps(
         {{"product.Alpha_One\nproduct.B\nproduct.B\n", "product:[Alpha One][B][B];"},
          {"product...Alpha\nproduct. _Beta_ \n.product\n",
           ":[Alpha][ Beta ][product];product:[Alpha][ Beta ];"},
@@ -77,7 +77,7 @@ TEST_F(InputFile, StoresProductNamesAsAList) {
 }
 
 TEST_F(InputFile, ReplacesAnEntryByTheLastLineForItsKey) {
-    expect_maps(
+    expectMaps(
         {{"install_dir=1\ninstall2=2\ninstall=3", "install=3;install2=2;install_dir=1;"},
          {"tools=y\ntools.product_a\n", "tools:[product a];"},
          {"tools.product_a\ntools=y\nproduct.A\nproduct=y\n", "product:[product a][A];tools=y;"},
@@ -150,7 +150,7 @@ TEST_F(InputFile, RejectsMalformedText) {
     for (auto const* const content :
          {"a=1\nb\xC0\x80=1\n", "b=\x80\n", "=\xFF\n", "product=\xFF\n", "t.product\xFF\nt=y\n",
           "product.\xED\xA0\x80\n", "\xF5product.x\n"}) {
-        EXPECT_THROW(parsed_text(content), TextConversionError) << content;
+        EXPECT_THROW(parsedText(content), TextConversionError) << content;
     }
     EXPECT_THROW(parsed(u"/tmp/\xD800"), TextConversionError);
     EXPECT_THROW(parsed(std::u16string(u"/etc/passwd\0x", 13)), std::invalid_argument);
@@ -161,7 +161,7 @@ TEST_F(InputFile, MayContainLinesOfAnyLength) {
     for (auto const length : {4092U, 4093U, 4094U, 4095U, 65532U, 65533U, 65534U, 65535U, 131068U,
                               131069U, 131070U, 100'000'000U}) {
         std::string const value(length, 'v');
-        EXPECT_TRUE(parsed_text("a=" + value + "\n#=1\nb=1") == "a=" + value + ";b=1;") << length;
+        EXPECT_TRUE(parsedText("a=" + value + "\n#=1\nb=1") == "a=" + value + ";b=1;") << length;
     }
 }
 

@@ -37,12 +37,6 @@ TEST(FileSystemService, ReturnsParents) {
     }
 }
 
-TEST(FileSystemService, AddsComponents) {
-    EXPECT_EQ(FileSystemService::concatenatePath(Path(u"/a/"), u"b").string(), u"/a/b");
-    EXPECT_EQ(FileSystemService::concatenatePath(Path(u"/"), u"b").string(), u"/b");
-    EXPECT_EQ(FileSystemService::concatenatePath(Path(), u"b").string(), u"b");
-}
-
 TEST(FileSystemService, TakesTheTemporaryDirectoryFromTheEnvironment) {
     std::map<std::optional<std::string>, std::u16string> const directories = {
         {std::nullopt, u"/tmp"}, {"", u"/tmp"}, {"/not/there//", u"/not/there"},
@@ -105,12 +99,6 @@ TEST(PlatformInfo, FormatsLocalTime) {
     EXPECT_THROW(PlatformInfo::formatTime(std::numeric_limits<std::time_t>::max(), "%Y"),
                  std::system_error);
     EXPECT_THROW(PlatformInfo::formatTime(time, std::string("%Y\0", 3)), std::invalid_argument);
-}
-
-TEST(PlatformInfo, ReturnsTheCurrentTime) {
-    auto const before = std::time(nullptr);
-    auto const now = std::stoll(PlatformInfo::currentTime("%s"));
-    EXPECT_TRUE(before <= now && now <= std::time(nullptr)) << now;
 }
 
 // ThreadSanitizer reports an access that no lock guards.

@@ -34,30 +34,22 @@ TEST(TextConversion, PreservesEveryCharacter) {
 }
 
 TEST(TextConversion, ReportsTheOffsetOfMalformedUtf8) {
-    for (std::string const malformed : {"\x80",
-                                        "\xBF",
-                                        "\xC0\x80",
-                                        "\xC1\xBF",
-                                        "\xC3",
-                                        "\xC3(",
-                                        "\xE0\x9F\xBF",
-                                        "\xE2\x82",
-                                        "\xE2\x82(",
-                                        "\xE2(\x80",
-                                        "\xED\xA0\x80",
-                                        "\xED\xBF\xBF",
-                                        "\xF0\x8F\xBF\xBF",
-                                        "\xF0\x90\x80",
-                                        "\xF4\x90\x80\x80",
-                                        "\xF5\x80\x80\x80",
-                                        "\xF8\x88\x80\x80\x80",
-                                        "\xFC\x84\x80\x80\x80\x80",
-                                        "\xFE",
-                                        "\xFF"}) {
-        for (std::string const after : {"", "x", "\xFF 12345678"}) {
-            auto const text = "12345678\xC3\xA9" + malformed + after;
-            EXPECT_EQ(error_text<TextConversionError>([&] { TextConversion::fromUtf8(text); }),
-                      "text is not UTF-8: malformed at offset 10");
+    std::map<std::string, Strings> const rows = {
+        {"no first byte", {"\x80", "\xBF"}},
+        {"incomplete", {"\xC3", "\xC3(", "\xE2\x82", "\xE2\x82(", "\xE2(\x80", "\xF0\x90\x80"}},
+        {"longer than necessary", {"\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF"}},
+        {"surrogate", {"\xED\xA0\x80", "\xED\xBF\xBF"}},
+        {"after the last character", {"\xF4\x90\x80\x80", "\xF5\x80\x80\x80"}},
+        {"not in use any more",
+         {"\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80", "\xFE", "\xFF"}}};
+    for (auto const& [reason, texts] : rows) {
+        for (auto const& malformed : texts) {
+            for (std::string const after : {"", "x", "\xFF 12345678"}) {
+                auto const text = "12345678\xC3\xA9" + malformed + after;
+                EXPECT_EQ(error_text<TextConversionError>([&] { TextConversion::fromUtf8(text); }),
+                          "text is not UTF-8: malformed at offset 10")
+                    << reason;
+            }
         }
     }
 }
