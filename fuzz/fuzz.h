@@ -11,10 +11,6 @@ inline void require(bool holds) {
     }
 }
 
-inline std::string text_of(std::uint8_t const* data, std::size_t size) {
-    return {reinterpret_cast<char const*>(data), size};
-}
-
 /// Returns the text of the exception of type \p Error that \p call throws, or an empty text.
 template <typename Error, typename Call>
 std::string error_of(Call call) {

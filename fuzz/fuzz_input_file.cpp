@@ -19,21 +19,10 @@ std::u16string write_file(std::string const& text) {
     return TextConversion::fromUtf8("/proc/self/fd/" + std::to_string(descriptor));
 }
 
-/// Returns \p text, repeated until it is longer than the first buffer of the file stream, so that the
-/// buffer ends at varying places in a line.
-std::string repeated(std::string const& text) {
-    constexpr std::size_t first_buffer = 4096;
-    std::string result = text;
-    while (!text.empty() && result.size() <= first_buffer) {
-        result += text;
-    }
-    return result;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    auto const path = write_file(repeated(text_of(data, size)));
+    auto const path = write_file({reinterpret_cast<char const*>(data), size});
     auto const kept = InputFileParser().getUserInputsFromFile(path);
     auto const result_of = [](auto convert) {
         PropertyMap map;

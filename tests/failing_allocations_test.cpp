@@ -68,7 +68,8 @@ TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
     auto const log = (directory / "log").native(), other = (directory / "other").native();
     auto const inputs = write_file(directory / "inputs", text + "=" + text + "\nproduct.x" + text);
     auto const inputs_path = utf16(inputs);
-    std::map<std::string, std::string> const args = {{"name", inputs}};
+    std::map<std::string, std::string> const args = {{"name", inputs}}, file = {{"name", "rfile"}},
+                                             integer = {{"name", "intval"}};
     PropertyValue const list = std::vector<std::u16string>{wide_text, wide_text, u"x"};
     PropertyMap const map = {{u"a", wide_text}, {wide_text, list}};
     PropertyMap changed = map;
@@ -82,12 +83,8 @@ TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
         [&] { logger::append_message(text); },
         [&] { logger::append_message(wide_text); },
         [&] { logger::append_file(inputs); },
-        [&] {
-            validate_args(args, {{"name", "rfile"}});
-        },
-        [&] {
-            error_text<std::invalid_argument>([&] { validate_args(args, {{"name", "intval"}}); });
-        },
+        [&] { validate_args(args, file); },
+        [&] { error_text<std::invalid_argument>([&] { validate_args(args, integer); }); },
         [&] { InstallerException(text, text, text, createLocation(text, inputs)); },
         [&] { InstallerException{text}; },
         [&] { installer_locale::getLocale(); },

@@ -26,15 +26,5 @@ TEST(InstallerLocale, IsTheLocaleOfMessages) {
     }
 }
 
-TEST(InstallerLocale, MustBeUtf8) {
-    auto const malformed = with_variable("LC_ALL", "\xFF_US");
-    EXPECT_THROW(getLocale(), TextConversionError);
-}
-
-TEST(InstallerLocale, HasAChannel) {
-    EXPECT_NO_THROW(
-        DiagnosticChannel::setEnabledSeverities("install::cpputil::InstallerLocale", 0));
-}
-
 }  // namespace
 }  // namespace install::cpputil::installer_locale

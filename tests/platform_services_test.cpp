@@ -109,7 +109,7 @@ TEST(PlatformServices, MayBeUsedByManyThreads) {
         [] { FileSystemService::setInstallRoot(u"/" + std::u16string(40, u'x')); },
         [] { static_cast<void>(FileSystemService::installRoot()); },
         [] { DiagnosticChannel const channel("test"); },
-        [] { DiagnosticChannel::setEnabledSeverities("install::cpputil::logger", 0); }};
+        [] { DiagnosticChannel::setEnabledSeverities("install::cpputil::InstallerLocale", 0); }};
     for (auto const& first : uses) {
         for (auto const& second : uses) {
             auto const repeat = [](auto const& use) {

@@ -53,17 +53,17 @@ public:
             throw std::runtime_error("cannot create the directory " + path_);
         }
         fs::permissions(path_, fs::perms::all);
-        removal_ = Undo(nullptr, [path = "'" + path_ + "'"](void*) {
-            // Without this, only root could remove what a test has made inaccessible.
-            EXPECT_EQ(std::system(("chmod -R u+rwX " + path + "; rm -r " + path).c_str()), 0);
-        });
+    }
+    TemporaryDirectory(TemporaryDirectory const&) = delete;
+    ~TemporaryDirectory() {
+        // Without the first command, only root could remove what a test has made inaccessible.
+        EXPECT_EQ(std::system(("chmod -R u+rwX " + path_ + "; rm -r " + path_).c_str()), 0);
     }
 
     fs::path operator/(std::string const& name) const { return fs::path(path_) / name; }
 
 private:
     std::string path_ = fs::temp_directory_path() / "install_cpputil_XXXXXX";
-    Undo removal_;
 };
 
 /// Writes \p content to the file \p path, gives every user access to it and returns its name.
