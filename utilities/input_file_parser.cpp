@@ -131,19 +131,12 @@ public:
 
     PropertyMap finish() && {
         // Inserting in the order of the keys takes a fraction of the time if there are many.
-        sortByPrefix();
+        sort();
         PropertyMap map;
-        for (auto first = entries_.begin(); first != entries_.end();) {
-            auto const last = std::find_if(first, entries_.end(), [&](Entry const& entry) {
-                return entry.prefix() != first->prefix();
-            });
-            std::sort(first, last);
-            for (; first != last; ++first) {
-                auto const next = std::next(first);
-                if (next == last || next->key != first->key) {
-                    map.emplace_hint(map.end(), TextConversion::fromUtf8(first->key),
-                                     valueOf(*first));
-                }
+        for (auto entry = entries_.begin(); entry != entries_.end(); ++entry) {
+            auto const next = std::next(entry);
+            if (next == entries_.end() || next->key != entry->key) {
+                map.emplace_hint(map.end(), TextConversion::fromUtf8(entry->key), valueOf(*entry));
             }
         }
         return map;
@@ -164,6 +157,22 @@ private:
 
         std::string_view prefix() const { return key.substr(0, 32); }
     };
+
+    /// Sorts the entries by key, and those of one key by line.
+    void sort() {
+        // Product lines of one key are in order.
+        if (std::is_sorted(entries_.begin(), entries_.end())) {
+            return;
+        }
+        sortByPrefix();
+        for (auto first = entries_.begin(); first != entries_.end();) {
+            auto const last = std::find_if(first, entries_.end(), [&](Entry const& entry) {
+                return entry.prefix() != first->prefix();
+            });
+            std::sort(first, last);
+            first = last;
+        }
+    }
 
     /// Sorts the entries by the prefix of their keys. A radix sort takes less than half the time of
     /// `std::sort` for many keys, but its recursion is as deep as what it sorts by is long.
