@@ -110,9 +110,9 @@ bool add(std::string const& name, void (*reader)(benchmark::State&, std::string 
     return true;
 }
 
-[[maybe_unused]] bool const added = add("parse", parse) && add("inih", inih) &&
-                                    add("gkeyfile", gkeyfile) &&
-                                    add("property_tree", property_tree) && add("poco", poco);
+[[maybe_unused]] bool const added =
+    add("parse", parse) && add("parse_inih", inih) && add("parse_gkeyfile", gkeyfile) &&
+    add("parse_property_tree", property_tree) && add("parse_poco", poco);
 
 /// What filling the map alone takes, with keys and values ready, in the order of the file.
 void map_alone(benchmark::State& state) {
