@@ -75,9 +75,9 @@ Pieces split(std::string_view line, std::size_t key_end, char separator) {
                 : std::optional(trimmed(line.substr(value_start)))};
 }
 
-/// Memory for what a call needs only while it runs: on the stack first, then from the heap. With
-/// heap memory alone, a file of 60 lines takes 1.3 times as long: each block of a kibibyte or more
-/// makes malloc merge all small free blocks first.
+/// Memory for the temporary data of a call: on the stack first, then on the heap. With heap memory
+/// alone, a file of 60 lines takes 1.3 times as long, because malloc merges all small free blocks
+/// before it allocates a block of a kibibyte or more.
 class Workspace final : public std::pmr::memory_resource {
 private:
     void* do_allocate(std::size_t size, std::size_t alignment) override {
@@ -109,11 +109,10 @@ private:
 /// Collects the entries of lines, which must outlive it, and returns their map at the end.
 ///
 /// Only the last line for a key has an effect, so nothing is stored before all lines are known:
-/// copying the list of products at every product line would take time and memory in the square of
-/// their number.
+/// copying the list of products at every product line would need quadratic time and memory.
 class PropertyMapBuilder {
 public:
-    /// \param size  the length of all lines together, or more
+    /// \param size  an upper bound of the total length of the lines
     PropertyMapBuilder(std::size_t size, std::pmr::memory_resource& memory)
         : keys_(&memory), entries_(&memory), products_(&memory) {
         constexpr std::size_t usual_line_count = 64;
@@ -130,7 +129,7 @@ public:
     }
 
     PropertyMap finish() && {
-        // Inserting in the order of the keys takes a fraction of the time if there are many.
+        // If there are many keys, inserting them in order takes a fraction of the time.
         sort();
         PropertyMap map;
         for (auto entry = entries_.begin(); entry != entries_.end(); ++entry) {
@@ -174,8 +173,8 @@ private:
         }
     }
 
-    /// Sorts the entries by the prefix of their keys. A radix sort takes less than half the time of
-    /// `std::sort` for many keys, but its recursion is as deep as what it sorts by is long.
+    /// Sorts the entries by the prefix of their keys. For many keys, a radix sort takes less than half
+    /// the time of `std::sort`, but its recursion is as deep as the compared text is long.
     void sortByPrefix() {
         boost::sort::spreadsort::string_sort(
             entries_.begin(), entries_.end(),

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Reading the installer's input file, which holds the user's answers:
+/// Reading the installer's input file, which contains the user's answers:
 ///
 ///     # inputs for this run
 ///     Install_Dir = /opt/app
@@ -46,8 +46,8 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 /// form. There are no sections, quotes, escapes or comments after a value, and a byte-order mark is
 /// ordinary text.
 ///
-/// A file with n product lines whose keys all differ gives n lists with n²/2 names in total: 247 KiB of
-/// such lines need more than 6 GiB of memory. Limit the size of files that are not trusted.
+/// A file with n product lines whose keys all differ results in n lists with n²/2 names in total: 247
+/// KiB of such lines need more than 6 GiB of memory. Limit the size of untrusted files.
 ///
 /// `getUserInputsFromFile` and `parse` write every input line to the diagnostic channel
 /// "install::cpputil::InputFileParser", with severity `details`: " line=" and the line.
@@ -72,17 +72,19 @@ public:
     PropertyMap convertInputsToPropertyMap(std::string const& text);
 
     /// Sets the value of \p key in \p map to \p value, replacing any earlier value. If memory runs out,
-    /// the map is as before. No other thread may use \p map at the same time.
+    /// the map is unchanged. No other thread may use \p map at the same time.
     void updateMap(PropertyMap& map, std::u16string const& key, PropertyValue const& value);
 
-    /// Replaces every "_" of \p text by a space.
+    /// Replaces every "_" in \p text with a space.
     void removeUnderscores(std::u16string& text);
 
     /// Returns the lines of the file at \p path that are neither empty nor comments, in the order of the
     /// file, each trimmed, otherwise unchanged, and followed by one line feed. The text is empty if the
     /// file exists but cannot be opened for reading. A failed read ends the file.
     /// \throws std::runtime_error "input file does not exist!" if there is no such file, or \p path
-    ///     is empty; other exceptions for \p path as `parse`
+    ///     is empty
+    /// \throws TextConversionError, std::invalid_argument, std::filesystem::filesystem_error for \p path
+    ///     as `parse` does
     std::string getUserInputsFromFile(std::u16string const& path) const;
 
     /// Returns \p text without the blanks at its start.

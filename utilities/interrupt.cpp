@@ -23,11 +23,11 @@ void write_or_drop(Severity severity,
     try {
         channel.write(severity, pieces);
     } catch (...) {
-        // The callers are noexcept: the flag works even if a sink does not.
+        // The callers are noexcept, and the flag must work even if a sink throws.
     }
 }
 
-// Apart from the functions that load the flag, so that these need no stack frame.
+// Not inlined into the functions that load the flag, so that these need no stack frame.
 [[gnu::noinline, gnu::cold]] void record_status(bool status) noexcept {
     write_or_drop(Severity::details, {" interruptStatus=", status});
 }

@@ -34,7 +34,7 @@ public:
     /// Creates an exception without a tag.
     Exception();
 
-    /// Creates an exception with \p tag, which says where the work stopped; it may be empty.
+    /// Creates an exception with \p tag, which names the place where the work stopped; it may be empty.
     explicit Exception(std::string const& tag);
 
     ~Exception() override;

@@ -60,7 +60,7 @@ struct StateLifetime {
     StateLifetime& operator=(StateLifetime const&) = delete;
 
     /// Waits for an entry that another thread is writing. If that takes too long, or if a sink called
-    /// exit in the middle of an entry, the state remains for the thread that uses it.
+    /// exit in the middle of an entry, the state is still in use and is not destroyed.
     ~StateLifetime() {
         has_ended = true;
         if (destination_mutex.lockBriefly()) {
@@ -71,7 +71,7 @@ struct StateLifetime {
 };
 StateLifetime const state_lifetime;
 
-/// Exclusive access to the state. Converts to false if there is none, because the process ends or
+/// Exclusive access to the state. Converts to false if access is refused, because the process ends or
 /// because a sink calls the log in the middle of an entry; the caller then does nothing.
 class LockedState {
 public:
@@ -90,13 +90,14 @@ private:
     State* state_ = nullptr;
 };
 
-/// Returns whether a destination is set, or nothing if there is no state.
+/// Returns whether a destination is set, or nothing if access to the state is refused.
 std::optional<bool> is_destination_set() {
     LockedState const log;
     return log ? std::optional(!log->destination_file.string().empty()) : std::nullopt;
 }
 
-/// Returns a copy of \p path, which may be one of the state's own, or nothing if there is no state.
+/// Returns a copy of \p path, which may be one of the state's own, or nothing if access to the state
+/// is refused.
 std::optional<Path> copy_of(Path const& path) {
     LockedState const log;
     return log ? std::optional(path) : std::nullopt;
@@ -106,7 +107,7 @@ std::optional<Path> copy_of(Path const& path) {
 
 constexpr char const* log_time_pattern = "%b %d, %Y %H:%M:%S";
 
-/// How much longer an entry is than its message.
+/// The length of an entry apart from its message.
 constexpr std::size_t entry_overhead = std::string_view("(Nov 16, 2026 17:22:45) \n").size();
 
 /// Returns one entry, UTF-8, including the line feed that ends it.
@@ -144,7 +145,7 @@ void append_utf8(std::string message) {
     if (!log) {
         return;
     }
-    // The time is taken under the lock, so that entries appear in the order of their times.
+    // The time is read under the lock, so that entries appear in the order of their times.
     auto const line = make_log_line(std::move(message));
     if (log->destination_file.string().empty()) {
         auto const user = log->platform_info->effectiveUser();
@@ -188,7 +189,7 @@ bool provide_directory(Path const& directory) {
         }
         return true;
     } catch (...) {
-        // Every failure is reported in the same words, so the cause is not needed.
+        // Every failure is reported with the same text, so the cause is not needed.
         return false;
     }
 }
@@ -214,8 +215,8 @@ void unset_destination() {
     log->last_destination_file = std::exchange(log->destination_file, Path());
 }
 
-/// Makes \p file the destination in one step: other threads see either the old destination or the new
-/// one, and the entry that reports the change is the last one in the old log.
+/// Sets the destination to \p file in one step: other threads see either the old destination or the
+/// new one, and the entry that reports the change is the last one in the old log.
 void replace_destination(Path file) {
     LockedState const log;
     if (!log) {
@@ -302,7 +303,7 @@ void append_file(std::u16string const& path) {
         if (!stream.isOpen()) {
             throw std::runtime_error("append_file: Cannot open file.");
         }
-        // Reserves memory once if the system knows the size. A special file may claim to be huge.
+        // Reserves memory once if the size is known. The size of a special file may be huge.
         constexpr std::int64_t largest = std::int64_t{1} << 30;
         auto const size = std::clamp(stream.endPosition(), std::int64_t{0}, largest);
         message.reserve(message.size() + static_cast<std::size_t>(size) + trailer.size() +

@@ -28,22 +28,20 @@
 /// - A process that is killed during a write, or a disk that becomes full, may leave the beginning of
 ///   that one entry in the file.
 /// - The system splits a write of more than 2 GiB, so such an entry may be interleaved with others.
-/// - A process that does not ignore SIGXFSZ or SIGPIPE may be ended by them: if the file exceeds its
-///   size limit, or if the destination is a pipe whose reader has closed it.
-/// - The log is readable by everyone whom the umask admits. `append_file` copies answers into it,
-///   including passwords.
-/// - A line feed in a message starts a line that can look like an entry. Escape text that is not
-///   trusted.
+/// - Unless the process ignores them, SIGXFSZ ends it if the file exceeds the size limit, and SIGPIPE
+///   if the destination is a pipe whose reader has closed it.
+/// - The umask determines who can read the log. Copied input files in it can contain passwords.
+/// - A line feed in a message starts a line that can look like an entry. Escape untrusted text.
 ///
 /// The functions write records to the diagnostic channel "install::cpputil::logger".
 ///
 /// \par Thread safety
 ///     Every function may be called from any thread at any time, provided that no thread changes the
-///     environment. It must not be called from a signal handler. For other threads, a constructor or
-///     destructor of `Logger` has either happened or not: a message goes to one file, and there is no
-///     moment without a destination while one replaces another. A sink of the logging core must not
-///     call the functions of this header, and must not wait for a thread that does, because records are
-///     written under the log's lock. Such a call has no effect while its thread holds the lock.
+///     environment. It must not be called from a signal handler. A change of the destination is atomic
+///     for other threads: each message goes to one file, and not to the fallback file while one
+///     destination replaces another. A sink of the logging core must not call the functions of this
+///     header, and must not wait for a thread that does, because records are written under the log's
+///     lock. Such a call has no effect while its thread holds the lock.
 /// \par End of the process
 ///     If `main` returns or a thread calls `exit`, the process waits up to a second for an entry that
 ///     another thread is writing. Calls after that have no effect.
@@ -85,22 +83,22 @@ INSTALL_CPPUTIL_LOCAL inline std::u16string const reset_destination_message =
 /// destination, and the end of any of them unsets it, even if an earlier one still exists.
 class INSTALL_CPPUTIL_EXPORT Logger {
 public:
-    /// Makes \p file the destination. Creates the file and its parent directories if they are missing;
-    /// keeps the content of an existing file. If a destination was set before, it receives an entry
+    /// Sets the destination to \p file. Creates the file and its parent directories if they are missing;
+    /// keeps the content of an existing file. If a destination was set before, appends an entry to it
     /// that reports the change, or the failure.
     /// \throws std::runtime_error if a directory cannot be created or the file cannot be opened for
     ///     appending; `what()` names it
     ///
-    /// If the constructor throws, the destination is as before. \p file may be a reference that
+    /// If the constructor throws, the destination is unchanged. \p file may be a reference that
     /// `get_destination` returned.
     [[nodiscard]] explicit Logger(Path const& file);
 
-    /// Converts \p file, UTF-16, to a `Path` and sets it as the destination like the constructor above.
-    /// \throws std::invalid_argument, TextConversionError also, as the constructor of `Path` does
+    /// Sets the destination to \p file, UTF-16, like the constructor above.
+    /// \throws std::invalid_argument, TextConversionError in addition, as the constructor of `Path` does
     [[nodiscard]] explicit Logger(std::u16string const& file);
 
-    /// Converts \p file, UTF-8, to a `Path` and sets it as the destination like the constructors above.
-    /// \throws TextConversionError also if \p file is not UTF-8
+    /// Sets the destination to \p file, UTF-8, like the constructors above.
+    /// \throws TextConversionError in addition, if \p file is not UTF-8
     [[nodiscard]] explicit Logger(std::string const& file);
 
     Logger(Logger const&) = delete;
@@ -141,7 +139,7 @@ INSTALL_CPPUTIL_EXPORT void append_file(Path const& path);
 /// Returns the destination, or an empty path if none is set. Waits for an entry that is being written
 /// and a change in progress. The reference stays valid until the process ends, but its path changes
 /// with the destination: read it only while no other thread creates or destroys a `Logger`.
-/// \throws std::system_error if the lock cannot be taken
+/// \throws std::system_error if the lock cannot be acquired
 INSTALL_CPPUTIL_EXPORT Path const& get_destination();
 
 namespace detail {
@@ -151,7 +149,7 @@ namespace detail {
 /// `get_destination`.
 INSTALL_CPPUTIL_EXPORT Path const& get_last_destination();
 
-/// Forgets the destination that was unset last. Keeps the current one.
+/// Forgets the destination that was unset last. Does not change the current one.
 INSTALL_CPPUTIL_EXPORT void forget_last_destination();
 
 }  // namespace detail

@@ -8,7 +8,7 @@ namespace install::cpputil {
 SandboxWorkflowDetector::~SandboxWorkflowDetector() = default;
 
 bool SandboxWorkflowDetector::isSandboxWorkflow() const {
-    // A cancellation is an exception that must not be swallowed.
+    // A cancellation is an exception, which the handler below must not swallow.
     CancellationGuard const uncancelled;
     try {
         return isSandboxPathExist();

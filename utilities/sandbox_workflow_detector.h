@@ -4,7 +4,7 @@
 
 namespace install::cpputil {
 
-/// Detects the sandbox workflow. It is in force if the parent directory of the installation root
+/// Detects the sandbox workflow. It is active if the parent directory of the installation root
 /// (`FileSystemService::installRoot`) contains an entry named "qx_anchor".
 ///
 ///     if (SandboxWorkflowDetector().isSandboxWorkflow()) { ... }

@@ -7,7 +7,7 @@
 ///
 /// The build reads the version of the library and of its packages from here.
 
-/// Changes when programs must be compiled again or adapted; the soname contains it.
+/// Changes when programs must be recompiled or adapted; the soname contains it.
 #define INSTALL_CPPUTIL_VERSION_MAJOR 1
 /// Changes when something is added.
 #define INSTALL_CPPUTIL_VERSION_MINOR 1
