@@ -76,7 +76,7 @@ private:
     log::sources::severity_channel_logger_mt<int, std::string> logger_;
 };
 
-/// Counts a record that is being written, so that `close` does not destroy the source under it.
+/// Counts a record that is being written, so that `close` does not destroy the source meanwhile.
 class LibraryChannel::RecordInProgress {
 public:
     explicit RecordInProgress(LibraryChannel& channel) noexcept : channel_(channel) {
@@ -109,7 +109,7 @@ void LibraryChannel::close() noexcept {
     }
     auto* const source = source_.exchange(nullptr);
     // At the end of the process, other threads may still write records, and a sink may have called
-    // exit. What they use stays until the process is gone.
+    // exit. A source that is in use is not destroyed.
     if (recordsInProgress_.load() == 0) {
         delete source;
     }
@@ -152,8 +152,8 @@ void DiagnosticChannel::setEnabledSeverities(std::string const& channel, unsigne
     for (auto* each = first_channel; each != nullptr; each = each->next_) {
         names += (names.empty() ? "\"" : ", \"") + each->source_.load()->name() + '"';
     }
-    throw std::invalid_argument("there is no diagnostic channel \"" + channel + "\", only " +
-                                names);
+    throw std::invalid_argument("there is no diagnostic channel \"" + channel +
+                                "\"; the channels are " + names);
 }
 
 }  // namespace install::cpputil

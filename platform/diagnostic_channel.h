@@ -26,7 +26,7 @@ namespace install::cpputil {
 ///
 /// \par Thread safety
 ///     Any thread may write to a channel and change its mask at any time. The pieces of two records
-///     never mix; each sink receives records in the order that its own frontend defines.
+///     never interleave; each sink receives records in the order that its own frontend defines.
 /// \par Cancellation
 ///     A thread is not cancelled while it writes a record.
 class INSTALL_CPPUTIL_EXPORT DiagnosticChannel final {
@@ -40,7 +40,7 @@ public:
     DiagnosticChannel(DiagnosticChannel const&) = delete;
     DiagnosticChannel& operator=(DiagnosticChannel const&) = delete;
 
-    /// No other thread may use the channel any more.
+    /// Removes the channel. No other thread may be using it.
     ~DiagnosticChannel();
 
     /// Returns whether the mask has the bit of \p severity. Costs one relaxed atomic load.
@@ -58,7 +58,7 @@ public:
     }
 
     /// Sets the mask of every channel named \p channel to \p mask, a sum of `Severity` values; 0 is
-    /// off. Does nothing once the library's own channels are gone, at the end of the process.
+    /// off. Does nothing after all channels have been destroyed, at the end of the process.
     /// \throws std::invalid_argument if there is no such channel; the text lists the existing ones
     static void setEnabledSeverities(std::string const& channel, unsigned mask);
 

@@ -18,7 +18,7 @@ namespace {
 /// The capacity of an input stream's buffer after the initial one, unless a line needs more.
 constexpr std::size_t usual_capacity = 65536;
 
-/// Makes a system call, and repeats it while signals interrupt it.
+/// Returns the result of the system call \p call, which is repeated while signals interrupt it.
 template <typename Call>
 auto retry(Call call) noexcept {
     CancellationGuard const uncancelled;
@@ -106,7 +106,8 @@ std::optional<std::string_view> InputFileStream::readLine() {
     return std::string_view(buffer_ + std::exchange(begin_, end_), searched);
 }
 
-/// Appends what the system has next to the unread bytes. Returns false if there is nothing more.
+/// Appends the next bytes of the file to the unread ones. Returns false at the end of the file or if
+/// the read fails.
 bool InputFileStream::fill() {
     if (atEnd_) {
         return false;
@@ -124,8 +125,8 @@ bool InputFileStream::fill() {
     return true;
 }
 
-/// Moves the unread bytes to the start of the buffer. A larger buffer replaces the initial one, and
-/// one that a single line fills.
+/// Moves the unread bytes to the start of the buffer. Replaces the initial buffer, and a buffer that a
+/// single line fills, with a larger one.
 void InputFileStream::makeRoom() {
     auto const unread = end_ - begin_;
     if (larger_ == nullptr || unread == capacity_) {

@@ -46,8 +46,8 @@ public:
     /// Whether to wait for a writer when a pipe without one is opened.
     enum class PipeMode { wait, no_wait };
 
-    /// Opens \p path. If it is a directory, is missing or must not be read by this process, the stream
-    /// is not open.
+    /// Opens \p path. If it is missing, is a directory or cannot be opened for reading, the stream is
+    /// not open.
     explicit InputFileStream(Path const& path, PipeMode mode = PipeMode::wait);
     InputFileStream(InputFileStream const&) = delete;
     InputFileStream& operator=(InputFileStream const&) = delete;
@@ -63,8 +63,8 @@ public:
     /// \throws std::bad_alloc if a line does not fit into memory
     std::optional<std::string_view> readLine();
 
-    /// Returns the position of the file's end, in bytes: its size, which may not be known before it
-    /// is read (0 for entries of /proc). -1 for what has no positions, such as a pipe, and for a
+    /// Returns the position of the file's end, in bytes: the file's size as the system reports it,
+    /// e.g. 0 for entries of /proc. Returns -1 for a file without positions, such as a pipe, and for a
     /// stream that is not open.
     std::int64_t endPosition() noexcept;
 
@@ -112,8 +112,8 @@ public:
     bool isOpen() const noexcept;
 
     /// Appends \p text with one call of the system, or more if the system accepts only part of it. Waits
-    /// for the reader of a full pipe. When it returns, the system has the text, and the end of the
-    /// process does not lose it. A failure, such as a full disk, is not reported.
+    /// for the reader of a full pipe. When it returns, the system has accepted the text, which is not
+    /// lost if the process ends. A failure, such as a full disk, is not reported.
     void write(std::string_view text) noexcept;
 
 private:

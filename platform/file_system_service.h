@@ -16,8 +16,8 @@ class INSTALL_CPPUTIL_EXPORT FileSystemService {
 public:
     /// Returns whether \p path refers to an existing entry; symbolic links are followed. Returns false
     /// for an empty path, a dangling or circular link and a name that is too long for the system.
-    /// \throws std::filesystem::filesystem_error if the system does not answer, e.g. without search
-    ///     permission on a parent directory
+    /// \throws std::filesystem::filesystem_error if the system does not report whether the entry exists,
+    ///     e.g. without search permission on a parent directory
     static bool exists(Path const& path);
 
     /// Creates the directory \p path and its missing parents, with mode 0777 under the umask. Returns
@@ -30,7 +30,7 @@ public:
     /// text have no parent and give an empty text.
     static std::u16string parentPath(std::u16string const& path);
 
-    /// Returns \p path as the system takes it: the text of `Path(path)`.
+    /// Returns \p path in the form that the system expects: the text of `Path(path)`.
     /// \throws std::invalid_argument, TextConversionError as the constructor of `Path` does
     static std::u16string nativeForm(std::u16string const& path);
 

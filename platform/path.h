@@ -6,7 +6,7 @@
 
 namespace install::cpputil {
 
-/// The name of a file or directory: UTF-16 text, and the same name as the system takes it.
+/// The name of a file or directory: UTF-16 text, and the same name in UTF-8 as the system expects it.
 ///
 /// A value type. It does not access the file system, and resolves neither "." nor "..".
 ///
@@ -20,8 +20,7 @@ public:
     /// Creates a path from \p text, UTF-16, with every run of "/" reduced to one. ".." stays, since
     /// resolving it would change the meaning of a path that contains symbolic links. An empty text
     /// creates an empty path.
-    /// \throws std::invalid_argument if \p text contains a NUL, because the system would end the name
-    ///     there
+    /// \throws std::invalid_argument if \p text contains a NUL, where the system would truncate the name
     /// \throws TextConversionError if \p text is not UTF-16
     explicit Path(std::u16string const& text);
 

@@ -23,8 +23,8 @@ struct LocaleDeleter {
 };
 using Locale = std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleDeleter>;
 
-/// Returns the name of \p user, or an empty text if the database has none or does not answer. Some
-/// databases report a failure as a missing user, so the two cannot be told apart.
+/// Returns the name of \p user, or an empty text if the database has none or cannot be queried. The two
+/// cannot be distinguished, because some databases report a failure as a missing user.
 std::string look_up_name(uid_t user) {
     CancellationGuard const uncancelled;
     constexpr std::size_t usual_size = 32;
@@ -51,7 +51,7 @@ PlatformInfo::User PlatformInfo::effectiveUser() const {
             return {user, names_.at(user)};
         }
     }
-    // Without the lock, because a directory server may take long to answer.
+    // Without the lock, because a directory server may respond slowly.
     auto const name = look_up_name(user);
     std::lock_guard const lock(mutex_);
     current_.reset();
@@ -76,11 +76,11 @@ std::string PlatformInfo::formatTime(std::time_t time, std::string const& patter
     }
     std::tm local = {};
     if (::localtime_r(&time, &local) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "local time");
+        throw std::system_error(errno, std::generic_category(), "cannot determine the local time");
     }
     Locale const locale(::newlocale(LC_ALL_MASK, "C", nullptr));
     if (locale == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "locale C");
+        throw std::system_error(errno, std::generic_category(), "cannot create the locale \"C\"");
     }
     // strftime returns 0 both for an empty text and if the buffer is too small. With one more
     // character, the text is never empty.

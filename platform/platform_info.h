@@ -24,9 +24,9 @@ public:
         std::string name;  ///< the user's name, UTF-8
     };
 
-    /// Returns the effective user. The object keeps the name until the effective user changes, because
-    /// the database may be a directory server. If the database does not answer, returns the user's last
-    /// known name.
+    /// Returns the effective user. The object caches the name until the effective user changes, because
+    /// the database may be a directory server. If the database cannot be queried, returns the user's
+    /// last known name.
     User effectiveUser() const;
 
     /// Returns the name of `effectiveUser`.
@@ -37,7 +37,7 @@ public:
 
     /// Returns \p time as local time in the form of \p pattern, a pattern of strftime. Names of months
     /// and days are English in every locale.
-    /// \throws std::system_error if \p time has no local time
+    /// \throws std::system_error if \p time cannot be converted to local time
     /// \throws std::invalid_argument if \p pattern contains a NUL
     static std::string formatTime(std::time_t time, std::string const& pattern);
 

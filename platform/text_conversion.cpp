@@ -12,7 +12,7 @@ namespace {
 template <typename Unit>
 constexpr char const* encoding_name = sizeof(Unit) == 1 ? "UTF-8" : "UTF-16";
 
-/// The most units that one unit of the other encoding can become.
+/// The maximum number of units that one unit of the other encoding is converted to.
 template <typename Unit>
 constexpr std::size_t most_units = sizeof(Unit) == 1 ? 3 : 1;
 
@@ -22,7 +22,7 @@ constexpr std::size_t most_units = sizeof(Unit) == 1 ? 3 : 1;
 template <typename Unit>
 constexpr std::size_t word_length = sizeof(std::uint64_t) / sizeof(Unit);
 
-/// The bits of a word that no ASCII character has.
+/// The bits of a word that are zero in every ASCII character.
 template <typename Unit>
 constexpr std::uint64_t non_ascii_bits = sizeof(Unit) == 1 ? 0x8080'8080'8080'8080U
                                                            : 0xFF80'FF80'FF80'FF80U;
@@ -93,7 +93,7 @@ constexpr bool is_continuation(char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-/// Returns the bits of \p byte that \p mask selects, moved up by \p shift.
+/// Returns the bits of \p byte that \p mask selects, shifted left by \p shift.
 constexpr char32_t bits(char byte, unsigned mask, int shift) {
     return (static_cast<unsigned char>(byte) & mask) << shift;
 }
@@ -197,7 +197,7 @@ std::basic_string<To> convert(std::basic_string_view<From> text) {
     if (start == text.size()) {
         return result;
     }
-    // Writing into the longest possible result takes a third to a half of the time of appending.
+    // Writing to a result of the maximum size takes a third to a half of the time of appending.
     result.resize(start + (text.size() - start) * most_units<To>);
     auto* target = result.data() + start;
     auto const* source = text.data() + start;

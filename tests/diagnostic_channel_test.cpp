@@ -40,7 +40,7 @@ TEST(DiagnosticChannel, IsEnabledByItsNameWhileItExists) {
         EXPECT_TRUE(first.isEnabled(Severity::changes) && namesake.isEnabled(Severity::changes));
         EXPECT_FALSE(first.isEnabled(Severity::details) || second.isEnabled(Severity::changes));
         auto const text = error_text<std::invalid_argument>(enable_unknown);
-        EXPECT_THAT(text, HasSubstr("there is no diagnostic channel \"unknown\", only "));
+        EXPECT_THAT(text, HasSubstr("no diagnostic channel \"unknown\"; the channels are "));
         EXPECT_THAT(text, HasSubstr("\"test\", \"test::more\", \"test\""));
         EXPECT_THAT(text, HasSubstr("\"install::cpputil::InputFileParser\""));
     }

@@ -9,7 +9,7 @@ namespace install::cpputil {
 /// Storage for an object that exists from the load of the library to its unload.
 ///
 /// The storage is `constinit` and has no destructor, so that a thread that calls the library while
-/// the process ends can still ask whether the object exists.
+/// the process ends can still check whether the object exists.
 ///
 /// \par Thread safety
 ///     As for a pointer: the mutex that guards the object guards its storage, too.

@@ -73,7 +73,7 @@ void ProcessMutex::afterForkInChild() noexcept {
     afterForkInParent();
     for (auto* mutex = first_mutex; mutex != nullptr; mutex = mutex->next_) {
         if (!mutex->isMine()) {
-            // If a thread held it for too long, that thread does not exist in the child.
+            // The thread that held the mutex for too long does not exist in the child.
             std::construct_at(&mutex->mutex_);
             mutex->owner_.store(no_thread);
             mutex->forkOwner_.store(no_thread);

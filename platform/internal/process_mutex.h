@@ -23,7 +23,7 @@ public:
     ProcessMutex(ProcessMutex const&) = delete;
     ProcessMutex& operator=(ProcessMutex const&) = delete;
 
-    /// \throws std::system_error if the system refuses the lock
+    /// \throws std::system_error if the mutex cannot be locked
     void lock() {
         mutex_.lock();
         owner_.store(::pthread_self(), std::memory_order_relaxed);
@@ -36,9 +36,9 @@ public:
         mutex_.unlock();
     }
 
-    /// Locks for work that must not wait for ever: the end of the process, or a fork. Returns false
-    /// if another thread keeps the mutex locked for a second, and at once if this thread holds it,
-    /// as happens when a sink of the logging core calls exit or fork.
+    /// Waits at most a second for the lock, because the end of the process and forks must not block
+    /// for ever. Returns false if another thread holds the mutex for longer, and at once if this
+    /// thread holds it, as happens when a sink of the logging core calls exit or fork.
     bool lockBriefly() noexcept;
 
     /// Returns whether the calling thread holds the mutex.
