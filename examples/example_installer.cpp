@@ -1,5 +1,5 @@
-// A small installer that unpacks products into a folder: all of them or none. It uses every service
-// of the library and is meant to be copied. The functions are in the order of an installation.
+// A small installer that unpacks either all products or none into a folder. It uses every service of
+// the library and is meant to be copied. The functions are in the order of an installation.
 //
 // Its exit status is 0 if the installation is finished, 1 if it failed, 2 if the command line is
 // wrong, and 130 if Ctrl-C or SIGTERM stopped it.
@@ -64,7 +64,7 @@ public:
         });
     }
     ~StopSignals() {
-        ::pthread_kill(waiter_.native_handle(), SIGINT);  // Ends the wait if no signal has.
+        ::pthread_kill(waiter_.native_handle(), SIGINT);  // Ends the wait if no signal arrived.
         waiter_.join();
     }
 
@@ -86,7 +86,7 @@ struct Product {
     std::uintmax_t begin;  ///< total size of the archives before this one, in bytes
 };
 
-/// What the installation is going to do.
+/// What the installation will do.
 struct Plan {
     fs::path folder;
     bool overwrite;
@@ -102,7 +102,7 @@ void check_version(std::string const& installed) {
     } catch (std::logic_error const&) {  // A component is not a number or is too large.
         require(false, "E101", "installed_version is not a version number: " + installed, __func__);
     }
-    require(order <= 0, "E102", "installed_version is newer than this one: " + installed, __func__);
+    require(order <= 0, "E102", "a newer version is installed: " + installed, __func__);
 }
 
 /// Returns the folder to install into. In the sandbox workflow it is below the folder "sandbox" in
@@ -131,7 +131,7 @@ fs::path find_archive(fs::path const& product_dir, std::string name) {
     return archive;
 }
 
-/// Refuses inputs that the installation could not work with. Changes nothing.
+/// Checks the inputs and returns the plan of the installation. Changes no file.
 Plan make_plan(PropertyMap const& inputs, fs::path const& log_file) {
     std::map<std::string, std::string> texts;
     std::vector<std::u16string> products;
@@ -175,7 +175,7 @@ void say(std::string const& text) {
     logger::append_message(text);
 }
 
-/// Shows what share of all archives has been read: a bar on a terminal, otherwise a line for each
+/// Shows how much of all archives has been read: as a bar on a terminal, otherwise as a line for each
 /// product.
 class Progress {
 public:
@@ -214,7 +214,7 @@ public:
         archive_read_support_filter_zstd(source_.get());
         check(source_, archive_read_open_filename(source_.get(), product.archive.c_str(), 1 << 16),
               __func__);
-        // libarchive makes these checks on relative names, hence the current folder.
+        // These checks need relative names, so products are unpacked into the current folder.
         archive_write_disk_set_options(disk_.get(), ARCHIVE_EXTRACT_TIME |
                                                         ARCHIVE_EXTRACT_SECURE_SYMLINKS |
                                                         ARCHIVE_EXTRACT_SECURE_NODOTDOT |
@@ -240,8 +240,8 @@ public:
 private:
     using Handle = std::unique_ptr<archive, int (*)(archive*)>;
 
-    /// Refuses what libarchive would unpack: names that could forge the log, devices, and symbolic
-    /// links that could lead out.
+    /// Refuses entries that libarchive would unpack: names that could forge log entries, devices, and
+    /// symbolic links that could lead out of the installation.
     void checkEntry(archive_entry* entry) {
         auto const* const name = archive_entry_pathname_utf8(entry);
         auto const is_control = [](unsigned char c) { return c < ' ' || c == '\x7f'; };
@@ -251,7 +251,7 @@ private:
         entry_ = name;
         auto const type = archive_entry_filetype(entry);
         auto const* const hard_link = archive_entry_hardlink(entry);
-        // A symbolic link with a second name would point elsewhere from there.
+        // In another folder, a hard link to a symbolic link could lead to another target.
         if (hard_link != nullptr ? !fs::is_regular_file(fs::symlink_status(hard_link))
                                  : type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK) {
             refuse("not a file, a folder, a symbolic link or a hard link to a file", __func__);
@@ -262,8 +262,9 @@ private:
         }
     }
 
-    /// Returns whether a symbolic link could lead out, directly or through other links: it does not if
-    /// ".." only comes first in \p target, and no more often than there are folders above the link.
+    /// Returns whether a symbolic link could lead out of the installation, directly or through other
+    /// links. It cannot if \p target is relative and contains ".." only at its beginning, at most once
+    /// for each folder above the link.
     bool leadsOut(fs::path const& target) const {
         auto const ups = [](fs::path const& p) { return std::count(p.begin(), p.end(), ".."); };
         auto const resolved = (fs::path(entry_).parent_path() / target).lexically_normal();
@@ -309,7 +310,7 @@ private:
         auto const* const text = archive_error_string(handle.get());
         auto why = std::string(text == nullptr ? "unknown error" : text);
         auto const code = archive_errno(handle.get());
-        if (code > 0 && code != EILSEQ) {  // which stands for a malformed archive
+        if (code > 0 && code != EILSEQ) {  // libarchive reports a malformed archive as EILSEQ.
             why += ": " + std::generic_category().message(code);
         }
         refuse(why, function);
@@ -328,13 +329,12 @@ private:
     Handle const disk_{archive_write_disk_new(), archive_write_free};
 };
 
-/// Keeps other installers out of \p folder until the process ends, even if it is killed.
+/// Locks \p folder against other installers until the process ends, even if it is killed.
 /// \return a descriptor of the folder, which must stay open
 int lock(fs::path const& folder) {
     auto const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     require(::flock(descriptor, LOCK_EX | LOCK_NB) == 0, "E105",
-            "another installer is at work in " + folder.string() + ", or it cannot be locked",
-            __func__);
+            "another installer is using " + folder.string() + ", or it cannot be locked", __func__);
     return descriptor;
 }
 
@@ -347,7 +347,7 @@ struct FolderRemover {
     }
 };
 
-/// Unpacks the products into a folder beside the installation, which then changes places with it.
+/// Unpacks the products into a work folder, which then replaces the installation.
 void carry_out(Plan const& plan) {
     auto const parent = plan.folder.parent_path();
     auto const work = parent / ("." + plan.folder.filename().string() + ".installing");
@@ -359,18 +359,18 @@ void carry_out(Plan const& plan) {
     }
     auto const exists = fs::exists(plan.folder);
     require(plan.overwrite || !exists || fs::is_empty(plan.folder), "E106",
-            "overwrite is not yes, but there is " + plan.folder.string(), __func__);
+            "overwrite is not yes, but there are files in " + plan.folder.string(), __func__);
     FolderRemover const remover = {work};
     fs::create_directory(work);
-    fs::current_path(work);  // Every other path is absolute by now.
+    fs::current_path(work);  // All other paths are absolute.
     Progress progress(plan.size);
     for (auto const& product : plan.products) {
         ProductArchive(product, progress).unpack();
     }
     progress.show(plan.products.back().name, plan.size);
     interrupt::throw_if_set("before replacing " + plan.folder.string());
-    // The exchange is one step, so that at any time one complete installation is in place. After a
-    // power failure its files must have their content, too.
+    // The exchange is atomic, so a complete installation is in place at any time. The files are first
+    // written to the disk, so that this is also true after a power failure.
     if (::syncfs(locked) != 0 || ::renameat2(AT_FDCWD, work.c_str(), AT_FDCWD, plan.folder.c_str(),
                                              exists ? RENAME_EXCHANGE : 0) != 0) {
         throw std::system_error(errno, std::generic_category(),
@@ -421,9 +421,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, whatever the user's locale.
-        ::signal(SIGXFSZ, SIG_IGN);           // Writing too large a file is an error of the write,
-        ::signal(SIGPIPE, SIG_IGN);           // and closed output does not stop the installation.
+        std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, also in other locales.
+        ::signal(SIGXFSZ, SIG_IGN);           // A file that is too large causes a write error.
+        ::signal(SIGPIPE, SIG_IGN);           // Closed output does not end the installation.
         StopSignals const stop_signals;
         auto const log_file = fs::absolute(argv[2]);
         logger::Logger const log(log_file.string());

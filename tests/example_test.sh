@@ -26,8 +26,8 @@ input() {
 # archive ARGUMENT...: creates the archive of the product; the arguments are those of tar.
 archive() { $tar -czf products/Basic_Tools.tar.gz -C content "$@"; }
 
-# run STATUS TEXT [COMMAND...]: the installer, started through the COMMAND, ends with the STATUS, and
-# the TEXT is in its log.
+# run STATUS TEXT [COMMAND...]: runs the installer, through the COMMAND if given, and checks that it
+# exits with the STATUS and that its log contains the TEXT.
 run() {
     local status=0
     rm -f log
@@ -37,14 +37,14 @@ run() {
     fi
 }
 
-# installed CONTENT: this is in the installed file, and no work folder is left.
+# installed CONTENT: checks that the installed file has the CONTENT and that no work folder is left.
 installed() {
     [ "$(cat app/file)" = "$1" ] || fail "not installed: $1"
     [ ! -e .app.installing ] || fail 'the work folder is left'
 }
 
-# refused TEXT [COMMAND...]: the installer shows and logs the TEXT, and the previous installation
-# stands.
+# refused TEXT [COMMAND...]: runs the installer, and checks that it fails, prints and logs the TEXT,
+# and does not change the previous installation.
 refused() {
     previous
     run 1 "$@"
@@ -60,18 +60,18 @@ wait_for() {
         ! "$@" 2>/dev/null || return 0
         sleep 0.1
     done
-    fail "waited in vain for: $*"
+    fail "timed out: $*"
 }
 
-# previous: there is an installation from before.
+# previous: creates a previous installation.
 previous() {
     rm -rf app
     mkdir app
     printf 'previous\n' >app/file
 }
 
-# start: the installer replaces the previous installation in the background and waits in the middle
-# of unpacking.
+# start: starts an installer in the background, which replaces the previous installation and pauses
+# in the middle of unpacking.
 start() {
     previous
     rm -f log
@@ -80,7 +80,7 @@ start() {
     [ -e .app.installing/file ] || fail 'not in the middle of unpacking'
 }
 
-# Good installations: into a folder that is missing, empty, or holds an equal or older version.
+# Successful installations: into a folder that is missing, empty, or contains an older or equal version.
 printf 'first\n' >content/file
 printf 'tool\n' >content/sub/Wörld
 ln -s ../file content/sub/link
@@ -116,7 +116,7 @@ for version in '' 1.9 1.10.0; do
 done
 rm products/Basic_Tools.tar.zst
 
-# Progress: lines in a file, a bar on a terminal, and nothing of it in the log.
+# Progress: a line for each product in a file, a bar on a terminal, and neither in the log.
 [ "$(grep -c 'unpacking Basic Tools' output)" = 1 ] || fail 'not one line for the product'
 script -qec "$example input log" /dev/null </dev/null >output || fail 'failed on a terminal'
 grep -qF '[#########################] 100 %  Basic Tools' output || fail 'no progress bar'
@@ -140,13 +140,13 @@ done <<EOF_INPUTS
 E100: The installation cannot start. the input file has no install_dir (example_installer::make_plan)|install_dir =
 the input file has no product_dir|product_dir =
 E101: The installation cannot start. installed_version is not a version number: rc1|installed_version = rc1
-E102: The installation cannot start. installed_version is newer than this one: 1.10.1|installed_version = 1.10.1
+E102: The installation cannot start. a newer version is installed: 1.10.1|installed_version = 1.10.1
 E103: The installation cannot start. install_dir cannot be replaced: /|install_dir = /
 install_dir cannot be replaced: $scratch/input|install_dir = input
 key='product' value='$scratch/products/Help.tar.gz' rule='rfile' (example_installer::make_plan)|product.Help
 key='product' value='/none/Basic_Tools.tar.gz' rule='rfile'|product_dir = /none
 E104: The installation cannot start. install_dir would be replaced together with $scratch/products|install_dir = products
-E106: The installation cannot start. overwrite is not yes, but there is $scratch/app|overwrite = No
+E106: The installation cannot start. overwrite is not yes, but there are files in $scratch/app|overwrite = No
 overwrite is not yes|overwrite = FALSE
 key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
 key='mode' value='odd' rule='strval:full,minimal'|mode = odd
@@ -206,7 +206,7 @@ refused "$scratch/products/Help.tar.gz: header: Unrecognized archive format (Pro
 refused "key='product' value='$scratch/products/Help.tar.gz' rule='rfile'"
 input
 
-# A full disk: a limit on the size of files, and a small file system if the test may mount one.
+# A full disk: simulated by a limit on the size of files, and by a small file system if mounting is allowed.
 archive file large
 refused 'large: Write failed: File too large (ProductArchive::' bash -c 'ulimit -f 64 && exec "$@"' -
 small_disk() {
@@ -226,12 +226,12 @@ if unshare -rm bash -c 'small_disk true' 2>/dev/null; then
 fi
 input
 
-# Ctrl-C in the middle. Until then, a second installer is refused.
+# Ctrl-C and SIGTERM in the middle. Before the signal, a second installer is refused.
 archive file sub/link
 for signal in INT TERM; do
     start
     mv log log.first
-    run 1 "E105: The installation cannot start. another installer is at work in $scratch"
+    run 1 "E105: The installation cannot start. another installer is using $scratch"
     kill -"$signal" %%
     status=0
     wait %% || status=$?
@@ -240,7 +240,7 @@ for signal in INT TERM; do
     installed previous
 done
 
-# Killed in the middle, and the next run.
+# An installer that is killed in the middle, and the next installation.
 start
 kill -KILL %%
 wait %% 2>/dev/null || true
@@ -248,7 +248,7 @@ wait %% 2>/dev/null || true
 run 0 "removing what a killed installer left in $scratch/.app.installing"
 installed second
 
-# Killed just before and just after the folders change places, and a file system that cannot do that.
+# A file system that cannot exchange folders, and an installer killed just before and after the exchange.
 cat >exchange.c <<'EOF_SHIM'
 #define _GNU_SOURCE
 #include <errno.h>
