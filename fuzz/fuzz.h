@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-/// Ends the process, which makes the fuzzer report the input, if a property does not hold.
+/// Aborts if a property does not hold, so that the fuzzer reports the input.
 inline void require(bool holds) {
     if (!holds) {
         std::abort();

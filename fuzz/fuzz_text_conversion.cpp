@@ -1,4 +1,4 @@
-// Conversion there and back gives the same text, and every function reports the same error.
+// Converting text and converting it back gives the same text. checkUtf8 reports the errors of fromUtf8.
 
 #include <algorithm>
 #include <vector>
@@ -9,7 +9,7 @@
 using namespace install::cpputil;
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    // Views of memory that ends where they do, so that AddressSanitizer sees every byte read beyond.
+    // Each view ends where its memory ends, so that AddressSanitizer detects reads past the end.
     std::string_view const utf8(reinterpret_cast<char const*>(data), size);
     require(error_of<TextConversionError>([&] {
                 require(TextConversion::toUtf8(TextConversion::fromUtf8(utf8)) == utf8);

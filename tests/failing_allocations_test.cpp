@@ -22,7 +22,7 @@ thread_local std::size_t allocations_left = unlimited;
 
 }  // namespace
 
-// Inlined, the operators look mismatched to g++.
+// If the operators are inlined, g++ warns that they do not match.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     if (allocations_left == 0) {
         allocations_left = unlimited;

@@ -14,7 +14,7 @@ protected:
     Path const path_{utf16(name_)};
 };
 
-// A later writer of a pipe may be another program.
+// A program that opens the pipe later may be unrelated to the first writer.
 TEST_F(FileStream, ReadsNothingAfterTheEndOfAPipe) {
     ASSERT_EQ(::mkfifo(name_.c_str(), 0600), 0);
     auto const write = [&](char const* text) { write_file(name_, text); };
@@ -28,7 +28,7 @@ TEST_F(FileStream, ReadsNothingAfterTheEndOfAPipe) {
 }
 
 // Because of the signals and the size of a pipe, the system writes the text in parts.
-TEST_F(FileStream, WritesAllOfAText) {
+TEST_F(FileStream, WritesTheWholeText) {
     ASSERT_EQ(::mkfifo(name_.c_str(), 0600), 0);
     std::string const text = std::string(3'000'000, 'x') + "\n";
     std::string read;

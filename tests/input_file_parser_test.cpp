@@ -7,7 +7,7 @@ namespace {
 
 constexpr char const* channel_name = "install::cpputil::InputFileParser";
 
-/// Shows a map in one line: key=value; for a text and key:[name][name]; for a list.
+/// Returns a map in one line: key=value; for a text and key:[name][name]; for a list.
 std::string shown(PropertyMap const& map) {
     std::string result;
     for (auto const& [key, value] : map) {
@@ -76,7 +76,7 @@ TEST_F(InputFile, StoresProductNamesAsAList) {
          {"product\nproduct.\nproduct...\na product\n\xFF product\nProduct.x\nPRODUCT.x", ""}});
 }
 
-TEST_F(InputFile, ReplacesAnEntryByTheLastLineForItsKey) {
+TEST_F(InputFile, KeepsTheLastLineForAKey) {
     expectMaps(
         {{"install_dir=1\ninstall2=2\ninstall=3", "install=3;install2=2;install_dir=1;"},
          {"tools=y\ntools.product_a\n", "tools:[product a];"},
@@ -198,7 +198,7 @@ TEST_F(InputFile, KeepsTheLastLineOfEachOfManyKeys) {
 }
 
 // Storing the list at each of these lines would take minutes, longer than a test may run.
-TEST_F(InputFile, TakesTimeInProportionToItsProductLines) {
+TEST_F(InputFile, ParsesProductLinesInLinearTime) {
     constexpr std::size_t count = 240'000;
     std::string text;
     for (std::size_t number = 0; number != count; ++number) {

@@ -68,7 +68,7 @@ TEST_F(Interrupt, ChangesTheFlagBeforeItsRecord) {
     detail::unset();
 }
 
-TEST_F(Interrupt, CannotBeCancelledInARecord) {
+TEST_F(Interrupt, IsNotCancelledInARecord) {
     auto const child = [this] {
         sink_.callForEach([](std::string const&) { ::pthread_testcancel(); });
         std::thread([] {
@@ -94,7 +94,7 @@ TEST_F(Interrupt, PausesOnlyIfTheVariableIsPresent) {
 
 TEST_F(Interrupt, PausesUntilTheFlagIsRaised) {
     auto const present = with_variable(variable, "1");
-    // Of three pauses, because other processes may delay this one.
+    // The shortest of three pauses, because other processes may delay this one.
     auto shortest = steady_clock::duration::max();
     auto shortest_while_raised = shortest;
     for (int round = 0; round != 3; ++round) {
@@ -116,7 +116,7 @@ TEST_F(Interrupt, PausesUntilTheFlagIsRaised) {
     EXPECT_LT(shortest_while_raised, 90ms);
 }
 
-TEST_F(Interrupt, PausesForAMinuteInSpiteOfSignals) {
+TEST_F(Interrupt, PausesForAMinuteDespiteSignals) {
     auto const present = with_variable(variable, "1");
     auto const signals = with_signals();
     auto const start = steady_clock::now();

@@ -84,7 +84,7 @@ protected:
 };
 
 TEST_F(Log, StampsEntriesWithLocalTime) {
-    // A zone in which it is the afternoon: the hours past noon must be those of a 24-hour clock.
+    // In this zone, it is afternoon, when a 12-hour clock would differ from a 24-hour clock.
     auto const hour = std::time(nullptr) / 3600 % 24;
     auto const zone = with_variable("TZ", "XYZ" + std::to_string((hour + 24 - 15) % 24));
     ::tzset();
@@ -121,7 +121,7 @@ TEST_F(Log, AppendsEntriesToItsDestination) {
     EXPECT_FALSE(hasFallback());
 }
 
-TEST_F(Log, AnnouncesItsNextDestination) {
+TEST_F(Log, ReportsAChangeOfItsDestination) {
     auto const a = (directory_ / "a").native(), b = (directory_ / "b").native();
     std::optional<Logger> outer(a), inner;
     record();
@@ -156,7 +156,7 @@ TEST_F(Log, KeepsTheLastDestinationUntilItIsForgotten) {
     EXPECT_EQ(destinations(), "a|");
 }
 
-TEST_F(Log, FallsBackToTheFileOfTheUser) {
+TEST_F(Log, FallsBackToAFileOfTheUser) {
     record();
     append_message(u"one");
     EXPECT_THAT(records(), ElementsAre("4: msg=one", notOpened("one")));
@@ -181,7 +181,7 @@ TEST_F(Log, FallsBackToTheFileOfTheUser) {
 }
 
 // Another user may create these entries in order to read, redirect or block what is written.
-TEST_F(Log, RejectsAFallbackFileThatIsNotItsUsers) {
+TEST_F(Log, RejectsAnUnsafeFallbackFile) {
     auto const path = directory_ / fallback_, target = directory_ / "target";
     write_file(target, "");
     int reader = -1;
@@ -274,7 +274,7 @@ TEST_F(Log, KeepsItsDestinationIfASinkThrows) {
     }
 }
 
-// Interrupts one change at each of its records by another thread's change. The result must be the
+// At each record of one change in turn, another thread starts a second change. The result must be the
 // same as if one change had followed the other.
 TEST_F(Log, ChangesItsDestinationAtomically) {
     std::map<std::string, std::optional<Logger>> loggers;
@@ -549,7 +549,7 @@ TEST_F(Log, WorksInAForkedChild) {
 }
 
 // The records of lost entries are written while the log is locked.
-TEST_F(Log, LetsASinkForkOrExit) {
+TEST_F(Log, AllowsASinkToForkOrExit) {
     Logger const log(name("dir/log"));
     fs::remove_all(directory_ / "dir");
     auto const forks = [this] {

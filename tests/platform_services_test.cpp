@@ -37,7 +37,7 @@ TEST(FileSystemService, ReturnsParents) {
     }
 }
 
-TEST(FileSystemService, TakesTheTemporaryDirectoryFromTheEnvironment) {
+TEST(FileSystemService, ReadsTheTemporaryDirectoryFromTheEnvironment) {
     std::map<std::optional<std::string>, std::u16string> const directories = {
         {std::nullopt, u"/tmp"}, {"", u"/tmp"}, {"/not/there//", u"/not/there"},
         {"/\xFF", u"/tmp"},      {"/", u""},    {"relative", u"relative"}};
@@ -47,7 +47,7 @@ TEST(FileSystemService, TakesTheTemporaryDirectoryFromTheEnvironment) {
     }
 }
 
-TEST(FileSystemService, FindsNoEntryForANameThatLeadsNowhere) {
+TEST(FileSystemService, FindsNoEntryIfANameCannotBeResolved) {
     TemporaryDirectory const directory;
     fs::create_symlink("circular", directory / "circular");
     fs::create_symlink("none", directory / "dangling");

@@ -38,7 +38,7 @@ using ::testing::PrintToString;
 
 using Strings = std::vector<std::string>;
 
-/// Restores something, by its deleter, when it goes out of scope or is reset.
+/// Restores an earlier state, by its deleter, when it goes out of scope or is reset.
 using Undo = std::shared_ptr<void>;
 
 inline std::u16string utf16(fs::path const& path) {
@@ -110,8 +110,8 @@ inline std::ptrdiff_t open_descriptors() {
     return {nullptr, [=](void*) { set(earlier); }};
 }
 
-/// Makes a process of root act as another user, because root ignores permissions. Does nothing if
-/// another user runs the tests.
+/// Changes the effective user from root to \p user, because root ignores permissions. Does nothing if
+/// the tests do not run as root.
 [[nodiscard]] inline Undo as_user(uid_t user = 65534) {
     auto const earlier = ::geteuid();
     if (earlier == 0 && ::seteuid(user) != 0) {
@@ -120,7 +120,7 @@ inline std::ptrdiff_t open_descriptors() {
     return {nullptr, [=](void*) { EXPECT_EQ(::seteuid(earlier), 0); }};
 }
 
-/// The number of signals since the last call of `with_signals`.
+/// The number of signals received since the last call of `with_signals`.
 inline std::atomic<int> signal_count = 0;
 
 inline void await_signals(int count) {
@@ -129,7 +129,7 @@ inline void await_signals(int count) {
     }
 }
 
-/// Sends the process a signal every few milliseconds, which interrupts system calls.
+/// Sends the process a signal every five milliseconds, which interrupts system calls.
 [[nodiscard]] inline Undo with_signals() {
     signal_count = 0;
     struct sigaction action = {}, earlier = {};

@@ -20,7 +20,7 @@ TEST(TextConversion, PreservesEveryCharacter) {
         {"\xC3\xA9 1\xE4\xB8\x80 12345678901\xF0\x9F\x98\x80\xC3\xA9",
          u"\u00E9 1\u4E00 12345678901\U0001F600\u00E9"}};
     for (auto const& [narrow, wide] : texts) {
-        // Conversion reads ASCII in words of eight bytes: every distance from both ends of one.
+        // Conversion reads ASCII in words of eight bytes. Tests every position relative to a word.
         for (std::size_t distance = 0; distance != 81; ++distance) {
             auto const before = distance / 9;
             auto const after = distance % 9;
@@ -35,12 +35,12 @@ TEST(TextConversion, PreservesEveryCharacter) {
 
 TEST(TextConversion, ReportsTheOffsetOfMalformedUtf8) {
     std::map<std::string, Strings> const rows = {
-        {"no first byte", {"\x80", "\xBF"}},
+        {"continuation byte first", {"\x80", "\xBF"}},
         {"incomplete", {"\xC3", "\xC3(", "\xE2\x82", "\xE2\x82(", "\xE2(\x80", "\xF0\x90\x80"}},
-        {"longer than necessary", {"\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF"}},
+        {"overlong", {"\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF"}},
         {"surrogate", {"\xED\xA0\x80", "\xED\xBF\xBF"}},
-        {"after the last character", {"\xF4\x90\x80\x80", "\xF5\x80\x80\x80"}},
-        {"not in use any more",
+        {"out of range", {"\xF4\x90\x80\x80", "\xF5\x80\x80\x80"}},
+        {"invalid first byte",
          {"\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80", "\xFE", "\xFF"}}};
     for (auto const& [reason, texts] : rows) {
         for (auto const& malformed : texts) {

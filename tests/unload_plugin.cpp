@@ -10,7 +10,7 @@
 
 using namespace install::cpputil;
 
-/// Whether the services worked in a static constructor of this plugin.
+/// True if the services worked in a static constructor of this plugin.
 static bool const worked_early = [] {
     {
         logger::Logger const log(Path(u"/dev/null"));

@@ -1,4 +1,4 @@
-// Loads and unloads the library many times through a plugin. Not linked to the library.
+// Loads and unloads the library many times through a plugin. The test is not linked with the library.
 
 #include <dlfcn.h>
 
