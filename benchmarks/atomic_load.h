@@ -1,4 +1,4 @@
 #pragma once
 
-/// Returns a flag that is false, after one sequentially consistent load, from another library.
+/// Returns false, after one sequentially consistent load from an atomic of another library.
 bool load_flag() noexcept;

@@ -1,4 +1,4 @@
-// Input files, compared with other readers of key=value files, each from the file to its own map.
+// Input files, compared with other libraries that read a key=value file into a map of their own.
 
 #include <benchmark/benchmark.h>
 #include <glib.h>
@@ -21,8 +21,8 @@ namespace {
 
 using namespace install::cpputil;
 
-/// An input file of as many assignments as the benchmark's argument says, with distinct keys in random
-/// order. A value is \p directory and a number. Some peers need a section.
+/// An input file of assignments with distinct keys in random order. The benchmark's argument is their
+/// number. A value is \p directory and a number. Some peers need a section.
 class InputFile {
 public:
     InputFile(benchmark::State const& state, std::string const& directory,
@@ -103,7 +103,7 @@ bool add(std::string const& name, void (*reader)(benchmark::State&, std::string 
     char const* const chinese = "/opt/应用程序/基础工具/的值/";
     benchmark::RegisterBenchmark((name + "/ascii").c_str(), reader, ascii)->Arg(60);
     benchmark::RegisterBenchmark((name + "/chinese").c_str(), reader, chinese)->Arg(2'000);
-    // A fixed number of iterations, because the first one waits for memory that the others reuse.
+    // A fixed number of iterations, because only the first one requests memory from the system.
     benchmark::RegisterBenchmark((name + "/ascii").c_str(), reader, ascii)
         ->Arg(200'000)
         ->Iterations(iterations_of_large_files);
@@ -114,7 +114,7 @@ bool add(std::string const& name, void (*reader)(benchmark::State&, std::string 
     add("parse", parse) && add("parse_inih", inih) && add("parse_gkeyfile", gkeyfile) &&
     add("parse_property_tree", property_tree) && add("parse_poco", poco);
 
-/// What filling the map alone takes, with keys and values ready, in the order of the file.
+/// Fills only the map, in the order of the file, with keys and values that are already converted.
 void map_alone(benchmark::State& state) {
     std::vector<std::pair<std::u16string, std::u16string>> entries;
     for (auto& [key, value] :

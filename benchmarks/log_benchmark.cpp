@@ -1,4 +1,4 @@
-// The installation log, compared with the least that any log of its contract must do, and with peers.
+// The installation log, compared with the system calls that its contract requires, and with peers.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -24,7 +24,7 @@ namespace logger = install::cpputil::logger;
 std::string const message = "installing Base Tools to /opt/app/base_tools";  // 44 characters
 std::string const line = "(Nov 16, 2026 17:22:45) " + message + "\n";
 
-/// Writes \p text as a log that is opened for each line must.
+/// Appends \p text with the system calls of a log that is opened for each line.
 void append(char const* file, std::string const& text) {
     int const descriptor = ::open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (::write(descriptor, text.data(), text.size()) < 0) {
@@ -209,7 +209,7 @@ void floor_copy(benchmark::State& state) {
         state.ResumeTiming();
     }
 }
-// A fixed number of iterations, because the first one waits for memory that the others reuse.
+// A fixed number of iterations, because only the first one requests memory from the system.
 BENCHMARK(floor_copy)->Arg(32)->Iterations(8)->Unit(benchmark::kMillisecond);
 
 void append_file(benchmark::State& state) {
@@ -226,7 +226,7 @@ void append_file(benchmark::State& state) {
 }
 BENCHMARK(append_file)->Arg(4)->Arg(32)->Iterations(8)->Unit(benchmark::kMillisecond);
 
-/// Returns the most memory that a process of its own held while it did \p work, in bytes.
+/// Returns the peak memory of a child process that runs \p work, in bytes.
 template <typename Work>
 double peak_memory(Work work) {
     pid_t const child = ::fork();

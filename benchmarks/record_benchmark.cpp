@@ -1,5 +1,5 @@
-// What diagnostic records cost: an operation with its channel on, compared with the same operation
-// with its channel off followed by the same records, written to the logging core directly.
+// The cost of diagnostic records: an operation with its channel on, compared with the same operation
+// with its channel off, followed by the same records written directly to the logging core.
 
 #include <benchmark/benchmark.h>
 
@@ -26,7 +26,7 @@ namespace {
 using namespace install::cpputil;
 namespace log = boost::log;
 
-/// Registers a sink that drops every record with the logging core, and switches a channel.
+/// Registers a sink that drops every record, and sets the mask of a channel.
 class DroppingSink {
 public:
     DroppingSink(std::string channel, unsigned mask) : channel_(std::move(channel)) {
@@ -40,7 +40,7 @@ public:
         log::core::get()->remove_sink(sink_);
     }
 
-    /// Reports how many records there were in an iteration.
+    /// Reports the number of records per iteration.
     void count(benchmark::State& state) const {
         state.counters["records"] =
             benchmark::Counter(static_cast<double>(sink_->locked_backend()->count),

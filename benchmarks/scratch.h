@@ -8,13 +8,13 @@
 
 #include "platform/text_conversion.h"
 
-/// A directory for the files of one benchmark, removed with all that is in it.
+/// A directory for the files of one benchmark. The destructor removes it and its content.
 class Scratch {
 public:
     Scratch() {
         std::string name = std::filesystem::temp_directory_path() / "install_cpputil_bench_XXXXXX";
         if (::mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory " + name);
+            throw std::runtime_error("cannot create the directory " + name);
         }
         path_ = name;
     }

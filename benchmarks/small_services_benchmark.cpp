@@ -1,4 +1,4 @@
-// What is cheap enough to be called everywhere.
+// Operations that installers call often.
 
 #include <benchmark/benchmark.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 using namespace install::cpputil;
 
-/// Runs \p operation and reports how often each run of it allocated memory.
+/// Measures \p operation and reports the number of its memory allocations.
 template <typename Operation>
 void measure(benchmark::State& state, Operation operation) {
     operation();

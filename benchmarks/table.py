@@ -19,14 +19,14 @@ BEGIN, END = "<!-- scripts/bench: begin -->\n", "<!-- scripts/bench: end -->\n"
 
 @dataclass
 class Row:
-    """What is measured, and what it is compared with. A ratio above 1 is slower."""
+    """What is measured, and what it is compared with. A ratio above 1 means that it is slower."""
 
     operation: str
     against: str
     name: str
     base: str
     goal: float | None = None
-    # Rows that compare the library with itself stay out of the picture.
+    # Rows that compare the library with itself are left out of the picture.
     in_picture: bool = True
     # Why the goal is missed, if it is.
     reason: str = ""
@@ -83,7 +83,7 @@ ROWS = [
     itself("`append_message`, 1 KiB", "44 characters", "append_message_of_size/1024", "append_message"),
     itself("`append_message`, 64 KiB", "44 characters", "append_message_of_size/65536", "append_message"),
     Row("`append_message`, fallback", "open + write + close", "append_message_fallback", "floor_line", 1.6,
-        reason="Two more system calls ask for the effective user and check the file."),
+        reason="Two more system calls query the effective user and check the file."),
     *(row for count in (1, 2, 4, 8, 16) for row in thread_rows(count)),
     Row("`append_file`, 32 MiB", "read whole + write whole", "append_file/32", "floor_copy/32", 4),
     itself("`append_file`, 32 MiB", "4 MiB", "append_file/32", "append_file/4"),
@@ -125,8 +125,8 @@ class Results:
 
     def _add(self, run: dict) -> None:
         name = re.sub(r"/(iterations|repeats):\d+", "", run["name"])
-        # Processor time is less disturbed by other processes, but means nothing for several threads
-        # or a child process. Those benchmarks ask for real time.
+        # Processor time is less affected by other processes, but is meaningless for several threads
+        # or a child process. Those benchmarks use real time.
         time = run["real_time" if "/real_time" in name else "cpu_time"]
         self._times.setdefault(name, []).append(time)
         for _, counted, counter in COUNTERS:
@@ -134,7 +134,7 @@ class Results:
                 self._counters[name, counter] = run[counter]
 
     def ratios(self) -> list[tuple[Row, float]]:
-        """Returns the rows of which both sides ran."""
+        """Returns the rows for which both benchmarks ran, with their ratios."""
         return [
             (row, statistics.median(self._times[row.name]) / statistics.median(self._times[row.base]))
             for row in ROWS
@@ -191,7 +191,7 @@ def picture(ratios: list[tuple[Row, float]]) -> str:
 
     bottom = TOP + LINE * len(shown)
     parts = [
-        text("axis", 4, 16, "start", "time of the library / time of what is named left of the bar"),
+        text("axis", 4, 16, "start", "time of the library / time of what it is compared with"),
         text("axis", x(1) - 12, 16, "end", "\u2190 the library is faster"),
         text("axis", x(1) + 12, 16, "start", "it is slower \u2192"),
     ]
@@ -230,7 +230,7 @@ def main() -> None:
 
     results = Results(arguments.results)
     if not results.ratios() and not results.counters():
-        print("No row of the table has both of its sides among the benchmarks that ran.")
+        print("The table has no row for which both benchmarks ran.")
         return
     print(table(results), end="")
     arguments.picture.write_text(picture(results.ratios()), encoding="utf-8")
