@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/install_cpputil)
 
-# One component for programs that run, one for developers.
+# One component to run programs, one to build them.
 install(TARGETS install_cpputil EXPORT install_cpputil_targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   COMPONENT install_cpputil_runtime
