@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <system_error>
 #include <type_traits>
@@ -14,9 +15,14 @@
 #include <vector>
 
 #include "platform/internal/cancellation_guard.h"
+#include "platform/internal/process_mutex.h"
 
 namespace install::cpputil {
 namespace {
+
+/// Guards the known names of every object.
+constinit ProcessMutex names_mutex(ProcessMutex::Rank::user_names);
+ProcessMutex::ForkRegistration const names_mutex_registration(names_mutex);
 
 struct LocaleDeleter {
     void operator()(locale_t locale) const noexcept { ::freelocale(locale); }
@@ -46,14 +52,14 @@ std::string look_up_name(uid_t user) {
 PlatformInfo::User PlatformInfo::effectiveUser() const {
     auto const user = ::geteuid();
     {
-        std::lock_guard const lock(mutex_);
+        std::lock_guard const lock(names_mutex);
         if (current_ == user) {
             return {user, names_.at(user)};
         }
     }
     // Without the lock, because a directory server may respond slowly.
     auto const name = look_up_name(user);
-    std::lock_guard const lock(mutex_);
+    std::lock_guard const lock(names_mutex);
     current_.reset();
     if (!name.empty()) {
         names_[user] = name;

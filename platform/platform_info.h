@@ -4,7 +4,6 @@
 
 #include <ctime>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -42,8 +41,8 @@ public:
     static std::string formatTime(std::time_t time, std::string const& pattern);
 
 private:
-    mutable std::mutex mutex_;
-    // The user whose name was looked up last, and the known names. Both are guarded by mutex_.
+    // The user whose name was looked up last, and the known names. One mutex of the library guards
+    // those of all objects, so that they can be used in the child of a fork.
     mutable std::optional<uid_t> current_;
     mutable std::map<uid_t, std::string> names_;
 };

@@ -1,6 +1,5 @@
 #include "platform/internal/process_mutex.h"
 
-#include <chrono>
 #include <memory>
 #include <thread>
 #include <type_traits>
@@ -15,26 +14,30 @@ static_assert(std::is_trivially_destructible_v<ProcessMutex>);
 /// The registered mutexes in lock order. Changed only while the library is loaded.
 constinit ProcessMutex* first_mutex = nullptr;
 
-}  // namespace
-
-bool ProcessMutex::try_lock() noexcept {
-    if (!mutex_.try_lock()) {
-        return false;
-    }
-    owner_.store(::pthread_self(), std::memory_order_relaxed);
-    return true;
+std::chrono::steady_clock::time_point in_a_second() noexcept {
+    return std::chrono::steady_clock::now() + std::chrono::seconds(1);
 }
 
+}  // namespace
+
 bool ProcessMutex::lockBriefly() noexcept {
-    using namespace std::chrono_literals;
+    return lockUntil(in_a_second());
+}
+
+bool ProcessMutex::lockUntil(TimePoint deadline) noexcept {
+    if (isMine()) {
+        return false;
+    }
     CancellationGuard const uncancelled;
-    auto const deadline = std::chrono::steady_clock::now() + 1s;
-    while (!try_lock()) {
-        if (isMine() || std::chrono::steady_clock::now() > deadline) {
+    // Not a timed mutex: ThreadSanitizer does not know all of the functions behind it. The sleep is
+    // short, because a thread that logs without a pause unlocks the mutex only for moments.
+    while (!mutex_.try_lock()) {
+        if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        std::this_thread::sleep_for(1ms);
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
     }
+    owner_.store(::pthread_self(), std::memory_order_relaxed);
     return true;
 }
 
@@ -53,8 +56,9 @@ ProcessMutex::ForkRegistration::ForkRegistration(ProcessMutex& mutex) noexcept {
 }
 
 void ProcessMutex::beforeFork() noexcept {
+    auto const deadline = in_a_second();
     for (auto* mutex = first_mutex; mutex != nullptr; mutex = mutex->next_) {
-        if (mutex->lockBriefly()) {
+        if (mutex->lockUntil(deadline)) {
             mutex->forkOwner_.store(::pthread_self());
         }
     }

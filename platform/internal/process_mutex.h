@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 
 namespace install::cpputil {
@@ -13,11 +14,11 @@ namespace install::cpputil {
 /// the library's constructors have run and after its destructors. An instance that is registered
 /// is unlocked in the child of a fork, whichever thread held it in the parent.
 ///
-/// Not recursive. Satisfies the standard's Lockable requirements.
+/// Not recursive. Satisfies the standard's BasicLockable requirements.
 class ProcessMutex {
 public:
     /// The lock order: a thread that holds a mutex of one rank locks only mutexes of later ranks.
-    enum class Rank { installation_log, install_root, channel_registry };
+    enum class Rank { installation_log, install_root, channel_registry, user_names };
 
     explicit constexpr ProcessMutex(Rank rank) noexcept : rank_(rank) {}
     ProcessMutex(ProcessMutex const&) = delete;
@@ -28,8 +29,6 @@ public:
         mutex_.lock();
         owner_.store(::pthread_self(), std::memory_order_relaxed);
     }
-
-    bool try_lock() noexcept;
 
     void unlock() noexcept {
         owner_.store(no_thread, std::memory_order_relaxed);
@@ -53,7 +52,11 @@ public:
     };
 
 private:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
     static constexpr pthread_t no_thread = 0;
+
+    bool lockUntil(TimePoint deadline) noexcept;
 
     static void beforeFork() noexcept;
     static void afterForkInParent() noexcept;
