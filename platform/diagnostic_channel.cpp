@@ -28,6 +28,9 @@ ProcessMutex::ForkRegistration const registry_mutex_registration(registry_mutex)
 /// The open channels of the process.
 constinit LibraryChannel* first_channel = nullptr;
 
+/// Set when the first of the library's own channels closes. Guarded by registry_mutex.
+constinit bool has_ended = false;
+
 class PieceWriter {
 public:
     explicit PieceWriter(log::record_ostream& stream) : stream_(stream) {}
@@ -124,6 +127,14 @@ void LibraryChannel::push(Severity severity, std::initializer_list<Piece> pieces
     }
 }
 
+LibraryChannel::Lifetime::~Lifetime() {
+    {
+        std::lock_guard const lock(registry_mutex);
+        has_ended = true;
+    }
+    channel_.close();
+}
+
 DiagnosticChannel::DiagnosticChannel(std::string name) {
     channel_.open(std::move(name));
 }
@@ -145,7 +156,7 @@ void DiagnosticChannel::setEnabledSeverities(std::string const& channel, unsigne
             found = true;
         }
     }
-    if (found || first_channel == nullptr) {
+    if (found || has_ended) {
         return;
     }
     std::string names;

@@ -58,8 +58,9 @@ public:
     }
 
     /// Sets the mask of every channel named \p channel to \p mask, a sum of `Severity` values; 0 is
-    /// off. Does nothing after all channels have been destroyed, at the end of the process.
-    /// \throws std::invalid_argument if there is no such channel; the text lists the existing ones
+    /// off.
+    /// \throws std::invalid_argument if there is no such channel, except at the end of the process,
+    ///     when the library's channels no longer exist; the text lists the existing ones
     static void setEnabledSeverities(std::string const& channel, unsigned mask);
 
 private:

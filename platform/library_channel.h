@@ -47,7 +47,7 @@ public:
         }
         Lifetime(Lifetime const&) = delete;
         Lifetime& operator=(Lifetime const&) = delete;
-        ~Lifetime() { channel_.close(); }
+        ~Lifetime();
 
     private:
         LibraryChannel& channel_;
