@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 #include "platform/internal/cancellation_guard.h"
@@ -40,12 +42,17 @@ Descriptor open_file(Path const& path, int flags, mode_t mode = 0) noexcept {
 /// Opens \p path without waiting for the other end of a pipe: if nothing reads a pipe, it cannot be
 /// opened for writing.
 Descriptor open_without_waiting(Path const& path, int flags, mode_t mode = 0) noexcept {
-    auto file = open_file(path, flags | O_NONBLOCK, mode);
-    if (!file.isOpen() && errno == EWOULDBLOCK) {
-        // A file server has a lease on the file, which the system now breaks within a limited time.
-        return open_file(path, flags, mode);
+    constexpr int attempts_in_a_minute = 6'000;
+    for (int attempt = 1;; ++attempt) {
+        auto file = open_file(path, flags | O_NONBLOCK, mode);
+        if (file.isOpen() || errno != EWOULDBLOCK || attempt == attempts_in_a_minute) {
+            return file;
+        }
+        // Another process, e.g. a file server, has a lease on the file. The system breaks the lease now,
+        // by default within 45 seconds.
+        CancellationGuard const uncancelled;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    return file;
 }
 
 Descriptor open_for_reading(Path const& path, InputFileStream::PipeMode mode) noexcept {
