@@ -155,10 +155,9 @@ void append_utf8(std::string message) {
     write_line(OutputFileStream(log->destination_file), line);
 }
 
-/// Appends an entry with \p text and \p details to the destination, which must be set.
-void append_to_destination(LockedState const& log, std::u16string const& text,
-                           std::u16string const& details) {
-    auto message = TextConversion::toUtf8(text + details);
+/// Appends an entry with \p text to the destination, which must be set.
+void append_to_destination(LockedState const& log, std::u16string const& text) {
+    auto message = TextConversion::toUtf8(text);
     channel.write(Severity::details, {" msg=", message});
     write_line(OutputFileStream(log->destination_file), make_log_line(std::move(message)));
 }
@@ -174,7 +173,7 @@ void append_to_destination(LockedState const& log, std::u16string const& text,
 [[noreturn]] void refuse_destination(std::u16string const& message, std::string const& error,
                                      std::u16string const& path) {
     if (LockedState const log; log && !log->destination_file.string().empty()) {
-        append_to_destination(log, message, path);
+        append_to_destination(log, message + path);
     }
     auto const text = error + '"' + TextConversion::toUtf8(path) + '"';
     channel.write(Severity::details, {"set destination:", text});
@@ -194,10 +193,13 @@ bool provide_directory(Path const& directory) {
     }
 }
 
-/// Writes the records of unsetting \p destination.
-void record_unset(std::u16string const& destination) {
+/// Makes the destination, which must be set, the last one. Allocates no memory while the channel is
+/// disabled, because a destructor calls it.
+void clear_destination(LockedState const& log) {
     channel.write(Severity::changes, {"flush destination"});
-    channel.write(Severity::details, {" last_destination_file.string()=", destination});
+    log->last_destination_file = std::exchange(log->destination_file, Path());
+    channel.write(Severity::details,
+                  {" last_destination_file.string()=", log->last_destination_file.string()});
     channel.write(Severity::changes, {"unset destination"});
 }
 
@@ -211,8 +213,7 @@ void unset_destination() {
                       {"no destination, keep last \"", log->last_destination_file.string(), "\""});
         return;
     }
-    record_unset(log->destination_file.string());
-    log->last_destination_file = std::exchange(log->destination_file, Path());
+    clear_destination(log);
 }
 
 /// Sets the destination to \p file in one step: other threads see either the old destination or the
@@ -222,20 +223,24 @@ void replace_destination(Path file) {
     if (!log) {
         return;
     }
-    auto const& old = log->destination_file.string();
-    auto const& text = file.string();
-    bool const was_set = !old.empty();
-    if (was_set) {
-        channel.write(Severity::details,
-                      {" destination_file.string()=", old, " ofile.string()=", text});
-        append_to_destination(log, reset_destination_message, old + u" to " + text);
-        record_unset(old);
-    }
-    channel.write(Severity::details, {" destination_file.string()=", text});
-    // A sink may throw, so the state changes only after the last record.
-    auto replaced = std::exchange(log->destination_file, std::move(file));
-    if (was_set) {
-        log->last_destination_file = std::move(replaced);
+    auto old = log->destination_file;
+    auto last = log->last_destination_file;
+    auto const text = file.string();
+    auto const message = reset_destination_message + old.string() + u" to " + text;
+    try {
+        if (!old.string().empty()) {
+            channel.write(Severity::details,
+                          {" destination_file.string()=", old.string(), " ofile.string()=", text});
+            append_to_destination(log, message);
+            clear_destination(log);
+        }
+        log->destination_file = std::move(file);
+        channel.write(Severity::details, {" destination_file.string()=", text});
+    } catch (...) {
+        // A sink has thrown, or there is no memory.
+        log->destination_file = std::move(old);
+        log->last_destination_file = std::move(last);
+        throw;
     }
 }
 
@@ -265,19 +270,26 @@ Logger::Logger(Path const& file) {
     set_destination(file);
 }
 
-Logger::Logger(std::u16string const& file) : Logger(Path(file)) {}
+Logger::Logger(std::u16string const& file) : Logger(has_ended ? Path() : Path(file)) {}
 
-Logger::Logger(std::string const& file) : Logger(TextConversion::fromUtf8(file)) {}
+Logger::Logger(std::string const& file)
+    : Logger(has_ended ? std::u16string() : TextConversion::fromUtf8(file)) {}
 
 Logger::~Logger() {
     unset_destination();
 }
 
 void append_message(std::u16string const& message) {
+    if (has_ended) {
+        return;
+    }
     append_utf8(TextConversion::toUtf8(message));
 }
 
 void append_message(std::string const& message) {
+    if (has_ended) {
+        return;
+    }
     TextConversion::checkUtf8(message);
     append_utf8(message);
 }
@@ -319,7 +331,9 @@ void append_file(std::u16string const& path) {
 }
 
 void append_file(std::string const& path) {
-    append_file(TextConversion::fromUtf8(path));
+    if (!has_ended) {
+        append_file(TextConversion::fromUtf8(path));
+    }
 }
 
 void append_file(Path const& path) {

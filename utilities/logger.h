@@ -52,8 +52,8 @@
 ///     diagnostic record, and that of the C library's time zone if another thread was converting a
 ///     time.
 /// \par Cancellation
-///     A thread is not cancelled inside these functions. A pending cancellation takes effect at the
-///     thread's next cancellation point.
+///     A thread is not cancelled inside these functions, unless its cancellation type is asynchronous.
+///     A pending cancellation takes effect at the thread's next cancellation point.
 ///
 /// Any exception that a sink throws propagates to the caller of the function that wrote the record.
 
