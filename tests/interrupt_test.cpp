@@ -68,12 +68,16 @@ TEST_F(Interrupt, ChangesTheFlagBeforeItsRecord) {
     detail::unset();
 }
 
-TEST_F(Interrupt, IsNotCancelledInARecord) {
+TEST_F(Interrupt, CanBeCancelledInAPauseButNotInARecord) {
+    auto const present = with_variable(variable, "1");
     auto const child = [this] {
         sink_.callForEach([](std::string const&) { ::pthread_testcancel(); });
         std::thread([] {
             ::pthread_cancel(::pthread_self());
             set();
+            detail::unset();
+            pause();
+            ADD_FAILURE() << "not cancelled";
         }).join();
     };
     EXPECT_EQ(status_of(start_child(child)), 0);
