@@ -48,7 +48,7 @@ protected:
         return result;
     }
     /// Calls \p action at one record that this thread writes from now on; \p number 0 is the first.
-    void callAtRecord(int number, std::function<void()> action) {
+    void callAtRecord(int number, std::function<void()> const& action) {
         record();
         sink_.callForEach([=, thread = std::this_thread::get_id(), count = 0](auto&) mutable {
             if (std::this_thread::get_id() == thread && count++ == number) {
@@ -64,7 +64,7 @@ protected:
     /// The destination and the last destination, relative to the test's directory.
     std::string destinations() const {
         auto const shown = [this](Path const& path) {
-            auto const file = path.narrowName();
+            auto const& file = path.narrowName();
             return file.empty() ? "" : fs::relative(file, directory_ / "").native();
         };
         return shown(get_destination()) + "|" + shown(detail::get_last_destination());
