@@ -267,7 +267,9 @@ private:
     /// for each folder above the link.
     bool leadsOut(fs::path const& target) const {
         auto const ups = [](fs::path const& p) { return std::count(p.begin(), p.end(), ".."); };
-        auto const resolved = (fs::path(entry_).parent_path() / target).lexically_normal();
+        // libarchive creates the link "name" for the entries "name/" and "name/.", too.
+        auto const link = fs::path(entry_ + "/.").lexically_normal().parent_path();
+        auto const resolved = (link.parent_path() / target).lexically_normal();
         return target.is_absolute() || ups(target) != ups(target.lexically_normal()) ||
                ups(resolved) != 0;
     }

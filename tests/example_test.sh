@@ -173,6 +173,7 @@ ln -s ../file content/sub/up
 ln content/file content/twin
 ln -P content/sub/up content/moved
 mkfifo content/pipe
+ln -s .. content/esc
 touch content/$'line\nfeed' content/$'latin\xe9'
 printf 'outside\n' >file
 while IFS='|' read -r text arguments; do
@@ -185,6 +186,8 @@ inside/file: Cannot extract through symlink|--transform 's|^file|inside/file|' i
 absolute: a symbolic link that leads out of the installation (ProductArchive::checkEntry)|absolute
 climbing: a symbolic link that leads out|sub/top climbing
 inside: a symbolic link that leads out|--transform 'flags=s;s|.*||' inside
+esc/: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/|' esc
+esc/.: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/.|' esc
 sub/outside: a symbolic link that leads out|sub/outside
 twin: Path contains '..'|-P --transform 'flags=h;s|^|../|' file twin
 twin: Path is absolute|-P --transform "flags=h;s|^|$scratch/|" file twin
