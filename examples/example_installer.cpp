@@ -131,8 +131,8 @@ fs::path find_archive(fs::path const& product_dir, std::string name) {
     return archive;
 }
 
-/// Checks the inputs and returns the plan of the installation. Changes no file.
-Plan make_plan(PropertyMap const& inputs, fs::path const& log_file) {
+/// Refuses inputs that the installation could not work with. Changes nothing.
+Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path const& log_file) {
     std::map<std::string, std::string> texts;
     std::vector<std::u16string> products;
     for (auto const& [key, value] : inputs) {
@@ -153,9 +153,10 @@ Plan make_plan(PropertyMap const& inputs, fs::path const& log_file) {
     check_version(texts["installed_version"]);
     auto const folder = find_folder(texts["install_dir"]);
     auto const product_dir = fs::absolute(texts["product_dir"]);
-    for (auto const& path : {product_dir, log_file}) {
+    auto const licence_file = fs::path(texts["licence_file"]);
+    for (auto const& path : {product_dir, input_file, log_file, licence_file}) {
         auto const relative = fs::weakly_canonical(path).lexically_relative(folder);
-        require(*relative.begin() == "..", "E104",
+        require(path.empty() || *relative.begin() == "..", "E104",
                 "install_dir would be replaced together with " + path.string(), __func__);
     }
     auto const overwrite = InputFileParser().stringToLowerCase(texts["overwrite"]);
@@ -393,7 +394,7 @@ int run(std::string const& input_file, fs::path const& log_file) {
         auto const inputs = InputFileParser().parse(TextConversion::fromUtf8(input_file));
         logger::append_file(input_file);
         step = "make_plan";
-        auto const plan = make_plan(inputs, log_file);
+        auto const plan = make_plan(inputs, input_file, log_file);
         say("locale: " + TextConversion::toUtf8(installer_locale::getLocale()));
         auto const* const workflow =
             SandboxWorkflowDetector().isSandboxWorkflow() ? "sandbox" : "ordinary";

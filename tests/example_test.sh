@@ -146,7 +146,8 @@ install_dir cannot be replaced: $scratch/input|install_dir = input
 key='product' value='$scratch/products/Help.tar.gz' rule='rfile' (example_installer::make_plan)|product.Help
 key='product' value='/none/Basic_Tools.tar.gz' rule='rfile'|product_dir = /none
 E104: The installation cannot start. install_dir would be replaced together with $scratch/products|install_dir = products
-E106: The installation cannot start. overwrite is not yes, but there are files in $scratch/app|overwrite = No
+install_dir would be replaced together with app/file|licence_file = app/file
+E106: The installation cannot start. overwrite is not yes, but there is $scratch/app|overwrite = No
 overwrite is not yes|overwrite = FALSE
 key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
 key='mode' value='odd' rule='strval:full,minimal'|mode = odd
@@ -156,9 +157,13 @@ EOF_INPUTS
 printf 'install_dir = app\nproduct_dir = products\n' >input
 refused 'the input file has no product (example_installer::make_plan)'
 input
-previous
-! "$example" input app/log >output 2>&1 || fail 'the log was replaced'
-grep -qF 'install_dir would be replaced together with' app/log || fail 'not refused because of the log'
+for arguments in 'input app/log' 'app/input log'; do
+    previous
+    cp input app
+    ! "$example" $arguments >output 2>&1 || fail "replaced together with one of: $arguments"
+    grep -qF 'install_dir would be replaced together with' output || fail "not refused: $arguments"
+    [ -e app/input ] || fail "replaced: $arguments"
+done
 rm input
 refused 'input file does not exist! (example_installer::run)'
 input
