@@ -381,10 +381,11 @@ void carry_out(Plan const& plan) {
     }
 }
 
-/// Prints and logs why the installation ended early.
-int fail(std::string const& why, int status) {
-    std::cerr << "example_installer: " << why << '\n';
-    logger::append_message(why);
+/// Prints and logs why and where the installation ended early.
+int fail(std::string const& why, std::string const& location, int status) {
+    auto const text = why + " (" + location + ")";
+    std::cerr << "example_installer: " << text << '\n';
+    logger::append_message(text);
     return status;
 }
 
@@ -405,14 +406,12 @@ int run(std::string const& input_file, fs::path const& log_file) {
         say("installation finished");
         return 0;
     } catch (interrupt::Exception const& stopped) {
-        return fail(stopped.what(), 130);
+        return fail(stopped.what(), createLocation("example_installer", step), 130);
     } catch (InstallerException const& error) {
-        return fail(error.getErrorCode() + ": " + error.getPrimaryErrorMessage() + " " +
-                        error.what() + " (" + error.getLocation() + ")",
-                    1);
+        auto const why = error.getErrorCode() + ": " + error.getPrimaryErrorMessage() + " ";
+        return fail(why + error.what(), error.getLocation(), 1);
     } catch (std::exception const& error) {
-        auto const location = createLocation("example_installer", step);
-        return fail(std::string(error.what()) + " (" + location + ")", 1);
+        return fail(error.what(), createLocation("example_installer", step), 1);
     }
 }
 

@@ -244,7 +244,7 @@ for signal in INT TERM; do
     status=0
     wait %% || status=$?
     [ "$status" = 130 ] || fail "status $status after SIG$signal"
-    grep -qF 'Interrupted. env EXAMPLE_INSTALLER_PAUSE is set.' log || fail 'not logged as interrupted'
+    grep -qF 'Interrupted. env EXAMPLE_INSTALLER_PAUSE is set. (example_installer::carry_out)' log || fail 'not logged as interrupted'
     installed previous
 done
 
