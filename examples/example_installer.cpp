@@ -163,6 +163,8 @@ Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path c
     Plan plan = {folder, overwrite == "yes" || overwrite == "true", {}, 0};
     for (auto const& product : products) {
         auto const name = TextConversion::toUtf8(product);
+        require(name.find('/') == std::string::npos, "E107",
+                "the name of a product contains '/': " + name, __func__);
         auto const archive = find_archive(product_dir, name);
         plan.products.push_back({name, archive, plan.size});
         plan.size += fs::file_size(archive);

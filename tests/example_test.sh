@@ -147,6 +147,8 @@ key='product' value='$scratch/products/Help.tar.gz' rule='rfile' (example_instal
 key='product' value='/none/Basic_Tools.tar.gz' rule='rfile'|product_dir = /none
 E104: The installation cannot start. install_dir would be replaced together with $scratch/products|install_dir = products
 install_dir would be replaced together with app/file|licence_file = app/file
+E107: The installation cannot start. the name of a product contains '/': /none/Basic Tools|product./none/Basic_Tools
+the name of a product contains '/': a/../../products/Basic Tools|product.a/../../products/Basic_Tools
 E106: The installation cannot start. overwrite is not yes, but there is $scratch/app|overwrite = No
 overwrite is not yes|overwrite = FALSE
 key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
