@@ -135,10 +135,13 @@ fs::path find_archive(fs::path const& product_dir, std::string name) {
 Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path const& log_file) {
     std::map<std::string, std::string> texts;
     std::vector<std::u16string> products;
-    for (auto const& [key, value] : inputs) {
+    for (auto const& [utf16_key, value] : inputs) {
+        auto const key = TextConversion::toUtf8(utf16_key);
         if (auto const* const text = std::get_if<std::u16string>(&value)) {
-            texts[TextConversion::toUtf8(key)] = TextConversion::toUtf8(*text);
-        } else if (key == u"product") {
+            texts[key] = TextConversion::toUtf8(*text);
+        } else {
+            require(key == "product", "E108", "the key of a product line is not product: " + key,
+                    __func__);
             products = std::get<std::vector<std::u16string>>(value);
         }
     }

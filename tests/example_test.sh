@@ -149,6 +149,7 @@ E104: The installation cannot start. install_dir would be replaced together with
 install_dir would be replaced together with app/file|licence_file = app/file
 E107: The installation cannot start. the name of a product contains '/': /none/Basic Tools|product./none/Basic_Tools
 the name of a product contains '/': a/../../products/Basic Tools|product.a/../../products/Basic_Tools
+E108: The installation cannot start. the key of a product line is not product: products|products.Basic_Tools
 E106: The installation cannot start. overwrite is not yes, but there is $scratch/app|overwrite = No
 overwrite is not yes|overwrite = FALSE
 key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
