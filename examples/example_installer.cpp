@@ -346,12 +346,17 @@ int lock(fs::path const& folder) {
     return descriptor;
 }
 
-/// Removes a folder at the end of a scope. If that fails, the next installation removes it.
+/// Removes folders at the end of a scope. If that fails, the next installation removes the work folder.
 struct FolderRemover {
-    fs::path const folder;
+    std::vector<fs::path> parents;  ///< created by this process; removed if they are empty
+    fs::path work;                  ///< removed with its content; empty if there is none
+
     ~FolderRemover() {
         std::error_code ignored;
-        fs::remove_all(folder, ignored);
+        fs::remove_all(work, ignored);
+        for (auto parent = parents.rbegin(); parent != parents.rend(); ++parent) {
+            fs::remove(*parent, ignored);
+        }
     }
 };
 
@@ -359,7 +364,14 @@ struct FolderRemover {
 void carry_out(Plan const& plan) {
     auto const parent = plan.folder.parent_path();
     auto const work = parent / ("." + plan.folder.filename().string() + ".installing");
-    fs::create_directories(parent);
+    FolderRemover remover;
+    fs::path created;
+    for (auto const& component : parent) {
+        created /= component;
+        if (fs::create_directory(created)) {
+            remover.parents.push_back(created);
+        }
+    }
     auto const locked = lock(parent);
     if (fs::exists(work)) {
         logger::append_message("removing what a killed installer left in " + work.string());
@@ -367,8 +379,8 @@ void carry_out(Plan const& plan) {
     }
     auto const exists = fs::exists(plan.folder);
     require(plan.overwrite || !exists || fs::is_empty(plan.folder), "E106",
-            "overwrite is not yes, but there are files in " + plan.folder.string(), __func__);
-    FolderRemover const remover = {work};
+            "overwrite is not yes, but there is " + plan.folder.string(), __func__);
+    remover.work = work;
     fs::create_directory(work);
     fs::current_path(work);  // All other paths are absolute.
     Progress progress(plan.size);

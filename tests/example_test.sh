@@ -206,6 +206,11 @@ entry 2: its name is not UTF-8 or has control characters|file $'line\nfeed'
 entry 1: its name is not UTF-8|$'latin\xe9'
 EOF_ARCHIVES
 [ "$(cat file)" = outside ] || fail 'a file outside was changed'
+mkdir parent
+archive pipe
+input 'install_dir = parent/new/er/app'
+run 1 'pipe: not a file'
+[ -z "$(ls -A parent)" ] || fail 'a new parent folder is left'
 head -c 100000 /dev/urandom >content/large
 archive large
 head -c 50000 products/Basic_Tools.tar.gz >products/Help.tar.gz
