@@ -346,6 +346,22 @@ int lock(fs::path const& folder) {
     return descriptor;
 }
 
+/// Throws the system's error if \p result is that of a failed system call.
+void check_call(int result, char const* doing, fs::path const& path) {
+    if (auto const error = errno; result < 0) {
+        throw std::system_error(error, std::generic_category(), doing + path.string());
+    }
+}
+
+/// Gives the folder \p to the owner, the group and the permissions of the folder \p from.
+void copy_permissions(fs::path const& from, fs::path const& to) {
+    struct stat status = {};
+    check_call(::stat(from.c_str(), &status), "reading the permissions of ", from);
+    // A change of the owner can clear permissions.
+    check_call(::chown(to.c_str(), status.st_uid, status.st_gid), "keeping the owner of ", from);
+    check_call(::chmod(to.c_str(), status.st_mode & 07777U), "keeping the permissions of ", from);
+}
+
 /// Removes folders at the end of a scope. If that fails, the next installation removes the work folder.
 struct FolderRemover {
     std::vector<fs::path> parents;  ///< created by this process; removed if they are empty
@@ -381,21 +397,28 @@ void carry_out(Plan const& plan) {
     require(plan.overwrite || !exists || fs::is_empty(plan.folder), "E106",
             "overwrite is not yes, but there is " + plan.folder.string(), __func__);
     remover.work = work;
-    fs::create_directory(work);
-    fs::current_path(work);  // All other paths are absolute.
+    if (exists) {
+        // The new files are never accessible to more users than the previous ones.
+        fs::create_directory(work, plan.folder);
+    } else {
+        fs::create_directory(work);
+    }
+    fs::current_path(work);  // Every other path is absolute by now.
     Progress progress(plan.size);
     for (auto const& product : plan.products) {
         ProductArchive(product, progress).unpack();
     }
     progress.show(plan.products.back().name, plan.size);
     interrupt::throw_if_set("before replacing " + plan.folder.string());
-    // The exchange is atomic, so a complete installation is in place at any time. The files are first
-    // written to the disk, so that this is also true after a power failure.
-    if (::syncfs(locked) != 0 || ::renameat2(AT_FDCWD, work.c_str(), AT_FDCWD, plan.folder.c_str(),
-                                             exists ? RENAME_EXCHANGE : 0) != 0) {
-        throw std::system_error(errno, std::generic_category(),
-                                "replacing " + plan.folder.string());
+    if (exists) {
+        copy_permissions(plan.folder, work);
     }
+    // The exchange is one step, so that at any time one complete installation is in place. After a
+    // power failure its files must have their content, too.
+    check_call(::syncfs(locked), "writing ", work);
+    check_call(::renameat2(AT_FDCWD, work.c_str(), AT_FDCWD, plan.folder.c_str(),
+                           exists ? RENAME_EXCHANGE : 0),
+               "replacing ", plan.folder);
 }
 
 /// Prints and logs why and where the installation ended early.

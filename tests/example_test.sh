@@ -106,13 +106,17 @@ input 'overwrite = no'
 run 0 'installation finished'
 installed first
 printf 'second\n' >content/file
-$tar --zstd -cf products/Basic_Tools.tar.zst -C content file
+$tar --zstd -cf products/Basic_Tools.tar.zst -C content --no-recursion . file
+chmod 2710 app
+[ "$(id -u)" != 0 ] || chown 2:3 app
+before=$(stat -c %u:%g:%a app)
 for version in '' 1.9 1.10.0; do
     touch app/obsolete
     input "installed_version = $version"
     run 0 'workflow: ordinary'
     installed second
     [ ! -e app/obsolete ] || fail "not replaced: $version"
+    [ "$(stat -c %u:%g:%a app)" = "$before" ] || fail "other permissions: $version"
 done
 rm products/Basic_Tools.tar.zst
 
