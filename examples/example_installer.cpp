@@ -337,20 +337,23 @@ private:
     Handle const disk_{archive_write_disk_new(), archive_write_free};
 };
 
-/// Locks \p folder against other installers until the process ends, even if it is killed.
-/// \return a descriptor of the folder, which must stay open
-int lock(fs::path const& folder) {
-    auto const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    require(::flock(descriptor, LOCK_EX | LOCK_NB) == 0, "E105",
-            "another installer is using " + folder.string() + ", or it cannot be locked", __func__);
-    return descriptor;
-}
-
 /// Throws the system's error if \p result is that of a failed system call.
 void check_call(int result, char const* doing, fs::path const& path) {
     if (auto const error = errno; result < 0) {
         throw std::system_error(error, std::generic_category(), doing + path.string());
     }
+}
+
+/// Keeps other installers out of \p folder until the process ends, even if it is killed.
+/// \return a descriptor of the folder, which must stay open
+int lock(fs::path const& folder) {
+    auto const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    check_call(descriptor, "opening ", folder);
+    auto const result = ::flock(descriptor, LOCK_EX | LOCK_NB);
+    auto const is_locked = result < 0 && errno == EWOULDBLOCK;
+    check_call(is_locked ? 0 : result, "locking ", folder);
+    require(!is_locked, "E105", "another installer is at work in " + folder.string(), __func__);
+    return descriptor;
 }
 
 /// Gives the folder \p to the owner, the group and the permissions of the folder \p from.

@@ -246,7 +246,16 @@ if unshare -rm bash -c 'small_disk true' 2>/dev/null; then
 fi
 input
 
-# Ctrl-C and SIGTERM in the middle. Before the signal, a second installer is refused.
+# A folder that cannot be locked. The capabilities of root would override its permissions.
+ordinary=(env)
+[ "$(id -u)" != 0 ] || ordinary=(setpriv --bounding-set=-dac_override,-dac_read_search)
+mkdir -m 300 unreadable
+input 'install_dir = unreadable/app'
+run 1 "opening $scratch/unreadable: Permission denied (example_installer::carry_out)" "${ordinary[@]}"
+chmod 700 unreadable
+input
+
+# Ctrl-C in the middle. Until then, a second installer is refused.
 archive file sub/link
 for signal in INT TERM; do
     start
@@ -268,12 +277,14 @@ wait %% 2>/dev/null || true
 run 0 "removing what a killed installer left in $scratch/.app.installing"
 installed second
 
-# A file system that cannot exchange folders, and an installer killed just before and after the exchange.
-cat >exchange.c <<'EOF_SHIM'
+# Killed just before and just after the folders change places, and file systems that cannot do that or
+# have no locks.
+cat >shim.c <<'EOF_SHIM'
 #define _GNU_SOURCE
 #include <errno.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -283,13 +294,20 @@ int renameat2(int from_folder, const char* from, int to_folder, const char* to, 
         syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
         raise(SIGKILL);
     }
-    errno = EINVAL;
+    errno = EXDEV;
+    return -1;
+}
+
+int flock(int descriptor, int operation) {
+    if (!getenv("NO_LOCKS")) return syscall(SYS_flock, descriptor, operation);
+    errno = ENOLCK;
     return -1;
 }
 EOF_SHIM
-"${CC:-cc}" -shared -fPIC -o exchange.so exchange.c
-shim=(env LD_PRELOAD="$scratch/exchange.so" ASAN_OPTIONS=verify_asan_link_order=0)
-refused "replacing $scratch/app: Invalid argument (example_installer::carry_out)" "${shim[@]}"
+"${CC:-cc}" -shared -fPIC -o shim.so shim.c
+shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
+refused "replacing $scratch/app: Invalid cross-device link (example_installer::carry_out)" "${shim[@]}"
+refused "locking $scratch: No locks available (example_installer::carry_out)" "${shim[@]}" NO_LOCKS=
 for when in BEFORE:previous AFTER:second; do
     previous
     run 137 'unpacked Basic Tools: file' "${shim[@]}" "KILL_${when%:*}="
