@@ -419,9 +419,11 @@ void carry_out(Plan const& plan) {
     // The exchange is one step, so that at any time one complete installation is in place. After a
     // power failure its files must have their content, too.
     check_call(::syncfs(locked), "writing ", work);
+    auto const* const doing =
+        exists ? "exchanging folders, which not every file system supports: " : "renaming to ";
     check_call(::renameat2(AT_FDCWD, work.c_str(), AT_FDCWD, plan.folder.c_str(),
                            exists ? RENAME_EXCHANGE : 0),
-               "replacing ", plan.folder);
+               doing, plan.folder);
 }
 
 /// Prints and logs why and where the installation ended early.

@@ -306,7 +306,8 @@ int flock(int descriptor, int operation) {
 EOF_SHIM
 "${CC:-cc}" -shared -fPIC -o shim.so shim.c
 shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
-refused "replacing $scratch/app: Invalid cross-device link (example_installer::carry_out)" "${shim[@]}"
+refused "exchanging folders, which not every file system supports: $scratch/app: Invalid cross-device link" \
+    "${shim[@]}"
 refused "locking $scratch: No locks available (example_installer::carry_out)" "${shim[@]}" NO_LOCKS=
 for when in BEFORE:previous AFTER:second; do
     previous
