@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <platform/file_system_service.h>
 #include <platform/text_conversion.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -28,11 +27,12 @@
 #include <clocale>
 #include <cstdint>
 #include <cstring>
-#include <exception>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -83,7 +83,6 @@ void require(bool valid, char const* code, std::string const& why, char const* f
 struct Product {
     std::string name;
     fs::path archive;
-    std::uintmax_t begin;  ///< total size of the archives before this one, in bytes
 };
 
 /// What the installation will do.
@@ -140,8 +139,7 @@ Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path c
         if (auto const* const text = std::get_if<std::u16string>(&value)) {
             texts[key] = TextConversion::toUtf8(*text);
         } else {
-            require(key == "product", "E108", "the key of a product line is not product: " + key,
-                    __func__);
+            require(key == "product", "E108", "not the key of a product line: " + key, __func__);
             products = std::get<std::vector<std::u16string>>(value);
         }
     }
@@ -156,11 +154,10 @@ Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path c
     check_version(texts["installed_version"]);
     auto const folder = find_folder(texts["install_dir"]);
     auto const product_dir = fs::absolute(texts["product_dir"]);
-    auto const licence_file = fs::path(texts["licence_file"]);
-    for (auto const& path : {product_dir, input_file, log_file, licence_file}) {
-        auto const relative = fs::weakly_canonical(path).lexically_relative(folder);
-        require(path.empty() || *relative.begin() == "..", "E104",
-                "install_dir would be replaced together with " + path.string(), __func__);
+    for (auto const& file : {product_dir, input_file, log_file, fs::path(texts["licence_file"])}) {
+        auto const relative = fs::weakly_canonical(file).lexically_relative(folder);
+        require(file.empty() || *relative.begin() == "..", "E104",
+                "install_dir would be replaced together with " + file.string(), __func__);
     }
     auto const overwrite = InputFileParser().stringToLowerCase(texts["overwrite"]);
     Plan plan = {folder, overwrite == "yes" || overwrite == "true", {}, 0};
@@ -168,9 +165,8 @@ Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path c
         auto const name = TextConversion::toUtf8(product);
         require(name.find('/') == std::string::npos, "E107",
                 "the name of a product contains '/': " + name, __func__);
-        auto const archive = find_archive(product_dir, name);
-        plan.products.push_back({name, archive, plan.size});
-        plan.size += fs::file_size(archive);
+        plan.products.push_back({name, find_archive(product_dir, name)});
+        plan.size += fs::file_size(plan.products.back().archive);
     }
     return plan;
 }
@@ -181,40 +177,11 @@ void say(std::string const& text) {
     logger::append_message(text);
 }
 
-/// Shows how much of all archives has been read: as a bar on a terminal, otherwise as a line for each
-/// product.
-class Progress {
-public:
-    explicit Progress(std::uintmax_t total) : total_(total) {}
-    Progress(Progress const&) = delete;
-    ~Progress() { std::cout << (terminal_ ? "\n" : "") << std::flush; }
-
-    /// \param done  bytes of all archives that have been read
-    void show(std::string const& product, std::uintmax_t done) {
-        auto text = "unpacking " + product + '\n';
-        if (terminal_) {
-            auto const percent = std::min<std::uintmax_t>(100 * done / total_, 100);
-            auto const bar = std::string(percent / 4, '#') + std::string(25 - percent / 4, '.');
-            text = "\r[" + bar + "] " + std::to_string(percent) + " %  " + product + "\033[K";
-        }
-        if (text != shown_) {
-            std::cout << text << std::flush;
-            shown_ = text;
-        }
-    }
-
-private:
-    bool const terminal_ = ::isatty(STDOUT_FILENO) == 1;
-    std::uintmax_t const total_;
-    std::string shown_;
-};
-
 /// Unpacks the archive of one product into the current folder. Warnings of libarchive are errors,
 /// because the installation must be complete.
 class ProductArchive {
 public:
-    ProductArchive(Product const& product, Progress& progress)
-        : product_(product), progress_(progress) {
+    explicit ProductArchive(Product const& product) : product_(product) {
         archive_read_support_format_tar(source_.get());
         archive_read_support_filter_gzip(source_.get());
         archive_read_support_filter_zstd(source_.get());
@@ -227,7 +194,8 @@ public:
                                                         ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
     }
 
-    void unpack() {
+    /// \param progress  called with the number of bytes of the archive that have been read; may throw
+    void unpack(std::function<void(std::uintmax_t)> const& progress) {
         archive_entry* entry = nullptr;
         for (;;) {
             entry_ = "entry " + std::to_string(archive_file_count(source_.get()) + 1);
@@ -238,7 +206,7 @@ public:
             }
             check(source_, result, __func__);
             checkEntry(entry);
-            unpackEntry(entry);
+            unpackEntry(entry, progress);
             interrupt::test::pause_and_throw_if_set("EXAMPLE_INSTALLER_PAUSE");
         }
     }
@@ -280,7 +248,7 @@ private:
                ups(resolved) != 0;
     }
 
-    void unpackEntry(archive_entry* entry) {
+    void unpackEntry(archive_entry* entry, std::function<void(std::uintmax_t)> const& progress) {
         auto const is_folder = archive_entry_filetype(entry) == AE_IFDIR;
         if (is_folder) {
             // Without these permissions, its owner could not replace the installation later.
@@ -291,7 +259,7 @@ private:
         std::size_t size = 0;
         la_int64_t offset = 0;
         for (;;) {
-            showProgress();
+            progress(static_cast<std::uintmax_t>(archive_filter_bytes(source_.get(), -1)));
             auto const result = archive_read_data_block(source_.get(), &block, &size, &offset);
             if (result == ARCHIVE_EOF) {
                 break;
@@ -303,12 +271,6 @@ private:
         if (!is_folder) {
             logger::append_message("unpacked " + product_.name + ": " + entry_);
         }
-    }
-
-    void showProgress() const {
-        interrupt::throw_if_set("unpacking " + product_.name);
-        auto const read = static_cast<std::uintmax_t>(archive_filter_bytes(source_.get(), -1));
-        progress_.show(product_.name, product_.begin + read);
     }
 
     void check(Handle const& handle, la_ssize_t result, char const* function) const {
@@ -331,15 +293,37 @@ private:
     }
 
     Product const& product_;
-    Progress& progress_;
     std::string entry_ = "header";  ///< the name of the current entry, for messages
     Handle const source_{archive_read_new(), archive_read_free};
     Handle const disk_{archive_write_disk_new(), archive_write_free};
 };
 
-/// Throws the system's error if \p result is that of a failed system call.
-void check_call(int result, char const* doing, fs::path const& path) {
-    if (auto const error = errno; result < 0) {
+/// Unpacks all products into the current folder. Shows what share of all archives has been read: a bar on
+/// a terminal, which the next output overwrites, otherwise a line for each product.
+void unpack(Plan const& plan) {
+    auto const is_terminal = ::isatty(STDOUT_FILENO) == 1;
+    std::uintmax_t done = 0;
+    for (auto const& product : plan.products) {
+        auto const show = [&](std::uintmax_t read) {
+            interrupt::throw_if_set("unpacking " + product.name);
+            if (is_terminal) {
+                auto const percent = std::min<std::uintmax_t>(100 * (done + read) / plan.size, 100);
+                auto const bar = std::string(percent / 4, '#') + std::string(25 - percent / 4, '.');
+                std::cout << '[' << bar << "] " << percent << " %  " << product.name << "\033[K\r"
+                          << std::flush;
+            }
+        };
+        std::cout << (is_terminal ? "" : "unpacking " + product.name + '\n') << std::flush;
+        ProductArchive(product).unpack(show);
+        done += fs::file_size(product.archive);
+        show(0);
+    }
+    std::cout << (is_terminal ? "\n" : "") << std::flush;
+}
+
+/// Throws the system's error if a system call has not succeeded.
+void check_call(bool succeeded, char const* doing, fs::path const& path) {
+    if (auto const error = errno; !succeeded) {
         throw std::system_error(error, std::generic_category(), doing + path.string());
     }
 }
@@ -348,82 +332,58 @@ void check_call(int result, char const* doing, fs::path const& path) {
 /// \return a descriptor of the folder, which must stay open
 int lock(fs::path const& folder) {
     auto const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    check_call(descriptor, "opening ", folder);
-    auto const result = ::flock(descriptor, LOCK_EX | LOCK_NB);
-    auto const is_locked = result < 0 && errno == EWOULDBLOCK;
-    check_call(is_locked ? 0 : result, "locking ", folder);
-    require(!is_locked, "E105", "another installer is at work in " + folder.string(), __func__);
+    check_call(descriptor >= 0, "opening ", folder);
+    auto const is_free = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    check_call(is_free || errno == EWOULDBLOCK, "locking ", folder);
+    require(is_free, "E105", "another installer is at work in " + folder.string(), __func__);
     return descriptor;
 }
 
-/// Gives the folder \p to the owner, the group and the permissions of the folder \p from.
-void copy_permissions(fs::path const& from, fs::path const& to) {
-    struct stat status = {};
-    check_call(::stat(from.c_str(), &status), "reading the permissions of ", from);
-    // A change of the owner can clear permissions.
-    check_call(::chown(to.c_str(), status.st_uid, status.st_gid), "keeping the owner of ", from);
-    check_call(::chmod(to.c_str(), status.st_mode & 07777U), "keeping the permissions of ", from);
-}
-
-/// Removes folders at the end of a scope. If that fails, the next installation removes the work folder.
+/// Removes a folder at the end of a scope. If that fails, the next installation removes it.
 struct FolderRemover {
-    std::vector<fs::path> parents;  ///< created by this process; removed if they are empty
-    fs::path work;                  ///< removed with its content; empty if there is none
-
+    fs::path const folder;
     ~FolderRemover() {
         std::error_code ignored;
-        fs::remove_all(work, ignored);
-        for (auto parent = parents.rbegin(); parent != parents.rend(); ++parent) {
-            fs::remove(*parent, ignored);
-        }
+        fs::remove_all(folder, ignored);
     }
 };
 
 /// Unpacks the products into a work folder, which then replaces the installation.
 void carry_out(Plan const& plan) {
-    auto const parent = plan.folder.parent_path();
-    auto const work = parent / ("." + plan.folder.filename().string() + ".installing");
-    FolderRemover remover;
-    fs::path created;
-    for (auto const& component : parent) {
-        created /= component;
-        if (fs::create_directory(created)) {
-            remover.parents.push_back(created);
-        }
+    // The outermost folder that is missing, so that new parents appear together with their content.
+    auto target = plan.folder;
+    while (!fs::exists(target.parent_path())) {
+        target = target.parent_path();
     }
+    auto const parent = target.parent_path();
+    auto const work = parent / ("." + target.filename().string() + ".installing");
     auto const locked = lock(parent);
     if (fs::exists(work)) {
         logger::append_message("removing what a killed installer left in " + work.string());
         fs::remove_all(work);
     }
-    auto const exists = fs::exists(plan.folder);
-    require(plan.overwrite || !exists || fs::is_empty(plan.folder), "E106",
-            "overwrite is not yes, but there is " + plan.folder.string(), __func__);
-    remover.work = work;
+    struct stat previous = {};
+    auto const exists = ::stat(target.c_str(), &previous) == 0;
+    require(plan.overwrite || !exists || fs::is_empty(target), "E106",
+            "overwrite is not yes, but there is " + target.string(), __func__);
+    FolderRemover const remover = {work};
+    auto const folder = work / plan.folder.lexically_relative(parent);
+    fs::create_directories(folder);
+    fs::permissions(work, fs::perms::owner_all);  // The previous files can be private.
+    fs::current_path(folder);                     // Every other path is absolute by now.
+    unpack(plan);
+    auto const unpacked = work / target.filename();
     if (exists) {
-        // The new files are never accessible to more users than the previous ones.
-        fs::create_directory(work, plan.folder);
-    } else {
-        fs::create_directory(work);
-    }
-    fs::current_path(work);  // Every other path is absolute by now.
-    Progress progress(plan.size);
-    for (auto const& product : plan.products) {
-        ProductArchive(product, progress).unpack();
-    }
-    progress.show(plan.products.back().name, plan.size);
-    interrupt::throw_if_set("before replacing " + plan.folder.string());
-    if (exists) {
-        copy_permissions(plan.folder, work);
+        check_call(::chown(unpacked.c_str(), previous.st_uid, previous.st_gid) == 0 &&
+                       ::chmod(unpacked.c_str(), previous.st_mode & 07777U) == 0,
+                   "keeping the owner and the permissions of ", target);
     }
     // The exchange is one step, so that at any time one complete installation is in place. After a
     // power failure its files must have their content, too.
-    check_call(::syncfs(locked), "writing ", work);
-    auto const* const doing =
-        exists ? "exchanging folders, which not every file system supports: " : "renaming to ";
-    check_call(::renameat2(AT_FDCWD, work.c_str(), AT_FDCWD, plan.folder.c_str(),
-                           exists ? RENAME_EXCHANGE : 0),
-               doing, plan.folder);
+    check_call(::syncfs(locked) == 0, "writing ", work);
+    unsigned const flags = exists ? RENAME_EXCHANGE : 0;
+    auto const result = ::renameat2(AT_FDCWD, unpacked.c_str(), AT_FDCWD, target.c_str(), flags);
+    check_call(result == 0, "replacing (not every file system can exchange folders) ", target);
 }
 
 /// Prints and logs why and where the installation ended early.
@@ -434,18 +394,19 @@ int fail(std::string const& why, std::string const& location, int status) {
     return status;
 }
 
-int run(std::string const& input_file, fs::path const& log_file) {
+int run(std::string const& input_file, std::string const& log_file) {
+    std::optional<logger::Logger> log;  // It still exists when an exception is caught.
     auto const* step = "run";
     try {
+        log.emplace(fs::absolute(log_file).string());
         auto const inputs = InputFileParser().parse(TextConversion::fromUtf8(input_file));
         logger::append_file(input_file);
         step = "make_plan";
-        auto const plan = make_plan(inputs, input_file, log_file);
-        say("locale: " + TextConversion::toUtf8(installer_locale::getLocale()));
-        auto const* const workflow =
-            SandboxWorkflowDetector().isSandboxWorkflow() ? "sandbox" : "ordinary";
-        say(std::string("workflow: ") + workflow);
-        say("installing to " + plan.folder.string());
+        auto const plan = make_plan(inputs, input_file, fs::absolute(log_file));
+        auto const locale = TextConversion::toUtf8(installer_locale::getLocale());
+        auto const sandbox = SandboxWorkflowDetector().isSandboxWorkflow();
+        say("installing to " + plan.folder.string() +
+            " (workflow: " + (sandbox ? "sandbox" : "ordinary") + ", locale: " + locale + ")");
         step = "carry_out";
         carry_out(plan);
         say("installation finished");
@@ -467,16 +428,9 @@ int main(int argc, char** argv) {
         std::cerr << "usage: example_installer INPUT_FILE LOG_FILE\n";
         return 2;
     }
-    try {
-        std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, also in other locales.
-        ::signal(SIGXFSZ, SIG_IGN);           // A file that is too large causes a write error.
-        ::signal(SIGPIPE, SIG_IGN);           // Closed output does not end the installation.
-        StopSignals const stop_signals;
-        auto const log_file = fs::absolute(argv[2]);
-        logger::Logger const log(log_file.string());
-        return run(argv[1], log_file);
-    } catch (std::exception const& error) {
-        std::cerr << "example_installer: " << error.what() << '\n';
-        return 1;
-    }
+    std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, whatever the user's locale.
+    ::signal(SIGXFSZ, SIG_IGN);           // Writing too large a file is an error of the write,
+    ::signal(SIGPIPE, SIG_IGN);           // and closed output does not stop the installation.
+    StopSignals const stop_signals;
+    return run(argv[1], argv[2]);
 }

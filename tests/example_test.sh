@@ -77,7 +77,8 @@ start() {
     rm -f log
     EXAMPLE_INSTALLER_PAUSE='' "$example" input log >output 2>&1 &
     wait_for grep -q 'unpacked Basic Tools: file' log
-    [ -e .app.installing/file ] || fail 'not in the middle of unpacking'
+    [ -e .app.installing/app/file ] || fail 'not in the middle of unpacking'
+    [ "$(stat -c %a .app.installing)" = 700 ] || fail 'others can read what is being unpacked'
 }
 
 # Successful installations: into a folder that is missing, empty, or contains an older or equal version.
@@ -153,7 +154,7 @@ E104: The installation cannot start. install_dir would be replaced together with
 install_dir would be replaced together with app/file|licence_file = app/file
 E107: The installation cannot start. the name of a product contains '/': /none/Basic Tools|product./none/Basic_Tools
 the name of a product contains '/': a/../../products/Basic Tools|product.a/../../products/Basic_Tools
-E108: The installation cannot start. the key of a product line is not product: products|products.Basic_Tools
+E108: The installation cannot start. not the key of a product line: products|products.Basic_Tools
 E106: The installation cannot start. overwrite is not yes, but there is $scratch/app|overwrite = No
 overwrite is not yes|overwrite = FALSE
 key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
@@ -192,7 +193,7 @@ while IFS='|' read -r text arguments; do
     eval "archive $arguments"
     refused "E300: Nothing was installed. $scratch/products/Basic_Tools.tar.gz: $text"
 done <<'EOF_ARCHIVES'
-../file: Path contains '..' (ProductArchive::unpackEntry)|-P --transform 's|^|../|' file
+../../file: Path contains '..' (ProductArchive::unpackEntry)|-P --transform 's|^|../../|' file
 /file: Path is absolute|-P --transform 's|^|/|' file
 inside/file: Cannot extract through symlink|--transform 's|^file|inside/file|' inside file
 absolute: a symbolic link that leads out of the installation (ProductArchive::checkEntry)|absolute
@@ -201,9 +202,9 @@ inside: a symbolic link that leads out|--transform 'flags=s;s|.*||' inside
 esc/: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/|' esc
 esc/.: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/.|' esc
 sub/outside: a symbolic link that leads out|sub/outside
-twin: Path contains '..'|-P --transform 'flags=h;s|^|../|' file twin
+twin: Path contains '..'|-P --transform 'flags=h;s|^|../../|' file twin
 twin: Path is absolute|-P --transform "flags=h;s|^|$scratch/|" file twin
-twin: not a file, a folder|-P --transform 'flags=h;s|^|../none/|' file twin
+twin: not a file, a folder|-P --transform 'flags=h;s|^|../../none/|' file twin
 moved: not a file, a folder, a symbolic link or a hard link to a file|file sub/up moved
 pipe: not a file, a folder|pipe
 entry 2: its name is not UTF-8 or has control characters|file $'line\nfeed'
@@ -306,7 +307,7 @@ int flock(int descriptor, int operation) {
 EOF_SHIM
 "${CC:-cc}" -shared -fPIC -o shim.so shim.c
 shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
-refused "exchanging folders, which not every file system supports: $scratch/app: Invalid cross-device link" \
+refused "replacing (not every file system can exchange folders) $scratch/app: Invalid cross-device link (" \
     "${shim[@]}"
 refused "locking $scratch: No locks available (example_installer::carry_out)" "${shim[@]}" NO_LOCKS=
 for when in BEFORE:previous AFTER:second; do
