@@ -350,7 +350,7 @@ struct FolderRemover {
 
 /// Unpacks the products into a work folder, which then replaces the installation.
 void carry_out(Plan const& plan) {
-    // The outermost folder that is missing, so that new parents appear together with their content.
+    // New parents are created in the same step. If they appear meanwhile, the installation fails.
     auto target = plan.folder;
     while (!fs::exists(target.parent_path())) {
         target = target.parent_path();
@@ -363,7 +363,7 @@ void carry_out(Plan const& plan) {
         fs::remove_all(work);
     }
     struct stat previous = {};
-    auto const exists = ::stat(target.c_str(), &previous) == 0;
+    auto const exists = target == plan.folder && ::stat(target.c_str(), &previous) == 0;
     require(plan.overwrite || !exists || fs::is_empty(target), "E106",
             "overwrite is not yes, but there is " + target.string(), __func__);
     FolderRemover const remover = {work};

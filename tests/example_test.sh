@@ -249,7 +249,7 @@ input
 
 # A folder that cannot be locked. The capabilities of root would override its permissions.
 ordinary=(env)
-[ "$(id -u)" != 0 ] || ordinary=(setpriv --bounding-set=-dac_override,-dac_read_search)
+[ "$(id -u)" != 0 ] || ordinary=(setpriv '--bounding-set=-dac_override,-dac_read_search')
 mkdir -m 300 unreadable
 input 'install_dir = unreadable/app'
 run 1 "opening $scratch/unreadable: Permission denied (example_installer::carry_out)" "${ordinary[@]}"
@@ -278,14 +278,15 @@ wait %% 2>/dev/null || true
 run 0 "removing what a killed installer left in $scratch/.app.installing"
 installed second
 
-# Killed just before and just after the folders change places, and file systems that cannot do that or
-# have no locks.
+# Killed just before and just after the folders change places, file systems that cannot do that or have
+# no locks, and a parent folder that another process creates at the same time.
 cat >shim.c <<'EOF_SHIM'
 #define _GNU_SOURCE
 #include <errno.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -295,11 +296,13 @@ int renameat2(int from_folder, const char* from, int to_folder, const char* to, 
         syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
         raise(SIGKILL);
     }
+    if (getenv("RENAME")) return syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
     errno = EXDEV;
     return -1;
 }
 
 int flock(int descriptor, int operation) {
+    if (getenv("CREATE_FOLDER")) mkdir("fresh", 0777), mkdir("fresh/other", 0777);
     if (!getenv("NO_LOCKS")) return syscall(SYS_flock, descriptor, operation);
     errno = ENOLCK;
     return -1;
@@ -310,6 +313,10 @@ shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
 refused "replacing (not every file system can exchange folders) $scratch/app: Invalid cross-device link (" \
     "${shim[@]}"
 refused "locking $scratch: No locks available (example_installer::carry_out)" "${shim[@]}" NO_LOCKS=
+input 'install_dir = fresh/app'
+run 1 "$scratch/fresh: Directory not empty (example_installer::carry_out)" "${shim[@]}" CREATE_FOLDER= RENAME=
+[ -e fresh/other ] || fail 'the new folder of another process was replaced'
+input
 for when in BEFORE:previous AFTER:second; do
     previous
     run 137 'unpacked Basic Tools: file' "${shim[@]}" "KILL_${when%:*}="
