@@ -130,7 +130,7 @@ fs::path find_archive(fs::path const& product_dir, std::string name) {
     return archive;
 }
 
-/// Refuses inputs that the installation could not work with. Changes nothing.
+/// Checks the inputs and returns the plan of the installation. Changes no file.
 Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path const& log_file) {
     std::map<std::string, std::string> texts;
     std::vector<std::u16string> products;
@@ -298,8 +298,8 @@ private:
     Handle const disk_{archive_write_disk_new(), archive_write_free};
 };
 
-/// Unpacks all products into the current folder. Shows what share of all archives has been read: a bar on
-/// a terminal, which the next output overwrites, otherwise a line for each product.
+/// Unpacks all products into the current folder. Shows how much of all archives has been read: as a bar
+/// on a terminal, otherwise as a line for each product.
 void unpack(Plan const& plan) {
     auto const is_terminal = ::isatty(STDOUT_FILENO) == 1;
     std::uintmax_t done = 0;
@@ -328,14 +328,14 @@ void check_call(bool succeeded, char const* doing, fs::path const& path) {
     }
 }
 
-/// Keeps other installers out of \p folder until the process ends, even if it is killed.
-/// \return a descriptor of the folder, which must stay open
+/// Locks \p folder against other installers until the process ends, even if it is killed. Returns a
+/// descriptor of the folder, which must stay open.
 int lock(fs::path const& folder) {
     auto const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     check_call(descriptor >= 0, "opening ", folder);
     auto const is_free = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
     check_call(is_free || errno == EWOULDBLOCK, "locking ", folder);
-    require(is_free, "E105", "another installer is at work in " + folder.string(), __func__);
+    require(is_free, "E105", "another installer is using " + folder.string(), __func__);
     return descriptor;
 }
 
@@ -350,7 +350,8 @@ struct FolderRemover {
 
 /// Unpacks the products into a work folder, which then replaces the installation.
 void carry_out(Plan const& plan) {
-    // New parents are created in the same step. If they appear meanwhile, the installation fails.
+    // Missing parent folders are part of what is moved into place. If another process creates them
+    // meanwhile, the installation fails.
     auto target = plan.folder;
     while (!fs::exists(target.parent_path())) {
         target = target.parent_path();
@@ -365,12 +366,12 @@ void carry_out(Plan const& plan) {
     struct stat previous = {};
     auto const exists = target == plan.folder && ::stat(target.c_str(), &previous) == 0;
     require(plan.overwrite || !exists || fs::is_empty(target), "E106",
-            "overwrite is not yes, but there is " + target.string(), __func__);
+            "overwrite is not yes, but there are files in " + target.string(), __func__);
     FolderRemover const remover = {work};
     auto const folder = work / plan.folder.lexically_relative(parent);
     fs::create_directories(folder);
     fs::permissions(work, fs::perms::owner_all);  // The previous files can be private.
-    fs::current_path(folder);                     // Every other path is absolute by now.
+    fs::current_path(folder);                     // All other paths are absolute.
     unpack(plan);
     auto const unpacked = work / target.filename();
     if (exists) {
@@ -378,8 +379,8 @@ void carry_out(Plan const& plan) {
                        ::chmod(unpacked.c_str(), previous.st_mode & 07777U) == 0,
                    "keeping the owner and the permissions of ", target);
     }
-    // The exchange is one step, so that at any time one complete installation is in place. After a
-    // power failure its files must have their content, too.
+    // The exchange is atomic, so a complete installation is in place at any time. The files are first
+    // written to the disk, so that this is also true after a power failure.
     check_call(::syncfs(locked) == 0, "writing ", work);
     unsigned const flags = exists ? RENAME_EXCHANGE : 0;
     auto const result = ::renameat2(AT_FDCWD, unpacked.c_str(), AT_FDCWD, target.c_str(), flags);
@@ -428,9 +429,9 @@ int main(int argc, char** argv) {
         std::cerr << "usage: example_installer INPUT_FILE LOG_FILE\n";
         return 2;
     }
-    std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, whatever the user's locale.
-    ::signal(SIGXFSZ, SIG_IGN);           // Writing too large a file is an error of the write,
-    ::signal(SIGPIPE, SIG_IGN);           // and closed output does not stop the installation.
+    std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, also in other locales.
+    ::signal(SIGXFSZ, SIG_IGN);           // A file that is too large causes a write error.
+    ::signal(SIGPIPE, SIG_IGN);           // Closed output does not end the installation.
     StopSignals const stop_signals;
     return run(argv[1], argv[2]);
 }

@@ -155,7 +155,7 @@ install_dir would be replaced together with app/file|licence_file = app/file
 E107: The installation cannot start. the name of a product contains '/': /none/Basic Tools|product./none/Basic_Tools
 the name of a product contains '/': a/../../products/Basic Tools|product.a/../../products/Basic_Tools
 E108: The installation cannot start. not the key of a product line: products|products.Basic_Tools
-E106: The installation cannot start. overwrite is not yes, but there is $scratch/app|overwrite = No
+E106: The installation cannot start. overwrite is not yes, but there are files in $scratch/app|overwrite = No
 overwrite is not yes|overwrite = FALSE
 key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
 key='mode' value='odd' rule='strval:full,minimal'|mode = odd
@@ -256,7 +256,7 @@ run 1 "opening $scratch/unreadable: Permission denied (example_installer::carry_
 chmod 700 unreadable
 input
 
-# Ctrl-C in the middle. Until then, a second installer is refused.
+# Ctrl-C and SIGTERM in the middle. Before the signal, a second installer is refused.
 archive file sub/link
 for signal in INT TERM; do
     start
@@ -278,8 +278,8 @@ wait %% 2>/dev/null || true
 run 0 "removing what a killed installer left in $scratch/.app.installing"
 installed second
 
-# Killed just before and just after the folders change places, file systems that cannot do that or have
-# no locks, and a parent folder that another process creates at the same time.
+# File systems that cannot exchange folders or have no locks, a parent folder that another process creates
+# at the same time, and an installer killed just before and just after the exchange.
 cat >shim.c <<'EOF_SHIM'
 #define _GNU_SOURCE
 #include <errno.h>
