@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// The severities of diagnostic records.
+
 #include <atomic>
 #include <initializer_list>
 #include <string>

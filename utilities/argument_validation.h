@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// The validation of named arguments.
+
 #include <map>
 #include <string>
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// The exception of installers, and the location in its text.
+
 #include <stdexcept>
 #include <string>
 

@@ -1,12 +1,15 @@
 #pragma once
 
+/// \file
+/// The name of the system's locale.
+
 #include <string>
 
 #include "../platform/export.h"
 
 namespace install::cpputil::installer_locale {
 
-/// Returns the name of the system's locale for messages, UTF-16: language, "_" and region, e.g.
+/// Returns the name of the system's locale for messages, UTF-16: language, "_" and region, as in
 /// "en_US". The "_" is present even if a part is missing. Reads LC_ALL, LC_MESSAGES and LANG at every
 /// call, as described for `SystemLocaleService`.
 /// \throws TextConversionError if the value is not UTF-8

@@ -7,7 +7,7 @@
 
 namespace install::cpputil {
 
-/// Compares version numbers, which consist of decimal components separated by ".", e.g. 9.14.2.
+/// Compares version numbers such as 9.14.2: decimal components separated by ".".
 ///
 ///     VersionComparator().compareVersionNumbers(u"9.14.2", u"9.9");  // 1
 ///
