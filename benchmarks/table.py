@@ -93,7 +93,7 @@ ROWS = [
     Row("`parse`, 200,000 lines", "filling the map alone, in the file's order", "parse/ascii/200000",
         "map_alone/200000"),
     itself("product lines, 32,000", "4,000 product lines", "product_lines/32000", "product_lines/4000", 10,
-           "The names are sorted: eight times as many take about ten times as long."),
+           "malloc returns the memory of the longer list to the system after each call."),
     Row("`append_message`, recorded", "unrecorded, and a record of Boost.Log", "append_message_records",
         "append_message_core_records", 1.1),
     Row("`parse`, 60 lines, recorded", "unrecorded, and 60 records of Boost.Log", "parse_records",
