@@ -459,7 +459,7 @@ TEST_F(Log, WritesEveryMessageOfEveryThreadOnce) {
     EXPECT_EQ(std::set(written.begin(), written.end()).size(), written.size());
 }
 
-/// Starts threads that use the log until they are cancelled or the process ends.
+/// Starts threads that use the services until they are cancelled or the process ends.
 std::vector<std::thread> busy_threads(std::u16string const& destination) {
     static auto const& info = *new PlatformInfo;  // Threads may use it at exit.
     std::vector<std::thread> threads;
@@ -467,12 +467,15 @@ std::vector<std::thread> busy_threads(std::u16string const& destination) {
         threads.emplace_back([destination, number] {
             for (;;) {
                 ::pthread_testcancel();
+                if (number == 0) {
+                    FileSystemService::setInstallRoot(destination);
+                    DiagnosticChannel::setEnabledSeverities(channel_name, 0);
+                    static_cast<void>(info.userName());
+                    continue;
+                }
                 append_message(std::string("entry"));
                 static_cast<void>(get_destination());
-                FileSystemService::setInstallRoot(destination);
-                DiagnosticChannel::setEnabledSeverities(channel_name, 0);
-                static_cast<void>(info.userName());
-                if (number == 0 && !destination.empty()) {
+                if (number == 1 && !destination.empty()) {
                     Logger const log(destination);
                 }
             }
