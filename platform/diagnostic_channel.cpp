@@ -21,14 +21,14 @@ namespace log = boost::log;
 
 static_assert(std::is_trivially_destructible_v<LibraryChannel>);
 
-/// Guards first_channel and the links of the channels.
+/// Guards first_channel, the links of the channels and has_ended.
 constinit ProcessMutex registry_mutex(ProcessMutex::Rank::channel_registry);
 ProcessMutex::ForkRegistration const registry_mutex_registration(registry_mutex);
 
 /// The open channels of the process.
 constinit LibraryChannel* first_channel = nullptr;
 
-/// Set when the first of the library's own channels closes. Guarded by registry_mutex.
+/// Set when the first of the library's own channels closes.
 constinit bool has_ended = false;
 
 class PieceWriter {
@@ -119,7 +119,7 @@ void LibraryChannel::close() noexcept {
 }
 
 void LibraryChannel::push(Severity severity, std::initializer_list<Piece> pieces) {
-    // A sink may write to a file, and its callers may be noexcept.
+    // A sink may write to a file, where the thread could be cancelled inside a noexcept function.
     CancellationGuard const uncancelled;
     RecordInProgress const record(*this);
     if (auto* const source = source_.load()) {

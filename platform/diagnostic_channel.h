@@ -59,8 +59,8 @@ public:
 
     /// Sets the mask of every channel named \p channel to \p mask, a sum of `Severity` values; 0 is
     /// off.
-    /// \throws std::invalid_argument if there is no such channel, except at the end of the process,
-    ///     when the library's channels no longer exist; the text lists the existing ones
+    /// \throws std::invalid_argument if there is no such channel; `what()` lists the existing ones.
+    ///     Does not throw at the end of the process, after a channel of the library has been destroyed
     static void setEnabledSeverities(std::string const& channel, unsigned mask);
 
 private:

@@ -48,8 +48,8 @@ Descriptor open_without_waiting(Path const& path, int flags, mode_t mode = 0) no
         if (file.isOpen() || errno != EWOULDBLOCK || attempt == attempts_in_a_minute) {
             return file;
         }
-        // Another process, e.g. a file server, has a lease on the file. The system breaks the lease now,
-        // by default within 45 seconds.
+        // Another process, e.g. a file server, has a lease on the file. The attempt to open the file
+        // makes the system break the lease, by default within 45 seconds.
         CancellationGuard const uncancelled;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

@@ -43,7 +43,7 @@ private:
 ///     A thread is not cancelled while it opens, reads or closes a stream.
 class INSTALL_CPPUTIL_EXPORT InputFileStream final {
 public:
-    /// Whether to wait for a writer when a pipe without one is opened.
+    /// Whether opening a pipe waits for a writer. With `no_wait`, reading it does not wait, either.
     enum class PipeMode { wait, no_wait };
 
     /// Opens \p path. If it is missing, is a directory or cannot be opened for reading, the stream is
@@ -97,6 +97,7 @@ class INSTALL_CPPUTIL_EXPORT OutputFileStream final {
 public:
     /// Opens \p path; creates a missing file with mode 0666 under the umask. If the file can be neither
     /// opened for writing nor created, the stream is not open. This includes a pipe without a reader.
+    /// If another process has a lease on the file, waits up to a minute until the system breaks it.
     explicit OutputFileStream(Path const& path);
 
     /// Opens a private file of the user \p owner in a directory where other users can create entries.
@@ -111,7 +112,7 @@ public:
     /// Returns whether the constructor could open the file.
     bool isOpen() const noexcept;
 
-    /// Appends \p text with one call of the system, or more if the system accepts only part of it. Waits
+    /// Appends \p text with one system call, or with more if the system accepts only part of it. Waits
     /// for the reader of a full pipe. When it returns, the system has accepted the text, which is not
     /// lost if the process ends. A failure, such as a full disk, is not reported.
     void write(std::string_view text) noexcept;

@@ -19,9 +19,10 @@ namespace {
 
 constexpr char16_t separator = u'/';
 
-/// The directory that the installer set; empty while it has set none. Guarded by install_root_mutex.
+/// The directory that the installer set; empty while it has set none.
 constinit LibraryStorage<Path> install_root;
 
+/// Guards install_root.
 constinit ProcessMutex install_root_mutex(ProcessMutex::Rank::install_root);
 ProcessMutex::ForkRegistration const install_root_mutex_registration(install_root_mutex);
 

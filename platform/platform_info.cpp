@@ -20,7 +20,7 @@
 namespace install::cpputil {
 namespace {
 
-/// Guards the known names of every object.
+/// Guards `current_` and `names_` of every object.
 constinit ProcessMutex names_mutex(ProcessMutex::Rank::user_names);
 ProcessMutex::ForkRegistration const names_mutex_registration(names_mutex);
 

@@ -14,10 +14,11 @@ namespace install::cpputil {
 /// The user's name and the local time. Narrow texts are UTF-8.
 ///
 /// \par Thread safety
-///     Several threads may use one object. The time functions read the process's time zone.
+///     Several threads may use one object. The time functions read the time zone from the environment,
+///     which no other thread may change at the same time.
 class INSTALL_CPPUTIL_EXPORT PlatformInfo {
 public:
-    /// A user of this machine. The name is empty if the user database has none.
+    /// A user of this machine. The name is empty if it is not known.
     struct User {
         uid_t id;          ///< the user's number
         std::string name;  ///< the user's name, UTF-8
@@ -41,8 +42,9 @@ public:
     static std::string formatTime(std::time_t time, std::string const& pattern);
 
 private:
-    // The user whose name was looked up last, and the known names. One mutex of the library guards
-    // those of all objects, so that they can be used in the child of a fork.
+    // The user whose name was looked up last, and the known names. One mutex guards them in all
+    // objects: an object can be used in the child of a fork, because the library locks that mutex
+    // around every fork.
     mutable std::optional<uid_t> current_;
     mutable std::map<uid_t, std::string> names_;
 };

@@ -11,7 +11,7 @@ namespace {
 
 static_assert(std::is_trivially_destructible_v<ProcessMutex>);
 
-/// The registered mutexes in lock order. Changed only while the library is loaded.
+/// The registered mutexes in lock order. Changed only by static constructors.
 constinit ProcessMutex* first_mutex = nullptr;
 
 std::chrono::steady_clock::time_point in_a_second() noexcept {
@@ -29,8 +29,8 @@ bool ProcessMutex::lockUntil(TimePoint deadline) noexcept {
         return false;
     }
     CancellationGuard const uncancelled;
-    // Not a timed mutex: ThreadSanitizer does not know all of the functions behind it. The sleep is
-    // short, because a thread that logs without a pause unlocks the mutex only for moments.
+    // Not a timed mutex: ThreadSanitizer does not know all of the system's functions that it calls. The
+    // sleep is short, because a thread that logs without a pause unlocks the mutex only for moments.
     while (!mutex_.try_lock()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;

@@ -12,7 +12,7 @@ namespace install::cpputil {
 ///
 /// Instances have static storage duration and are `constinit`, so that they can be locked before
 /// the library's constructors have run and after its destructors. An instance that is registered
-/// is unlocked in the child of a fork, whichever thread held it in the parent.
+/// can be locked in the child of a fork, even if another thread held it in the parent.
 ///
 /// Not recursive. Satisfies the standard's BasicLockable requirements.
 class ProcessMutex {
@@ -35,9 +35,9 @@ public:
         mutex_.unlock();
     }
 
-    /// Waits at most a second for the lock, because the end of the process and forks must not block
-    /// for ever. Returns false if another thread holds the mutex for longer, and at once if this
-    /// thread holds it, as happens when a sink of the logging core calls exit or fork.
+    /// Locks the mutex, but waits at most a second, because the end of the process must not block for
+    /// ever. Returns false if another thread holds the mutex for longer. Returns false at once if the
+    /// calling thread holds it, which happens if a sink of the logging core calls exit.
     bool lockBriefly() noexcept;
 
     /// Returns whether the calling thread holds the mutex.
@@ -45,7 +45,8 @@ public:
         return owner_.load(std::memory_order_relaxed) == ::pthread_self();
     }
 
-    /// Locks \p mutex around every fork from now on, until the library is unloaded.
+    /// Locks \p mutex around every fork until the library is unloaded. A fork waits at most a second
+    /// for all registered mutexes together, and not for a mutex that its thread holds.
     class ForkRegistration {
     public:
         explicit ForkRegistration(ProcessMutex& mutex) noexcept;
