@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The exception of installers, and the location in its text.
+/// The exception of installers, and the text of its location.
 
 #include <stdexcept>
 #include <string>

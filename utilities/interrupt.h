@@ -17,8 +17,8 @@
 ///
 /// \par Thread safety
 ///     Every function may be called from any thread at any time; the flag is a sequentially
-///     consistent atomic. `set` and `detail::unset` must not be called from a signal handler, because
-///     writing a record takes a lock and allocates memory.
+///     consistent atomic. No function may be called from a signal handler, because writing a record
+///     locks a mutex and allocates memory.
 
 #include <stdexcept>
 #include <string>

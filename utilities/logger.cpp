@@ -38,8 +38,8 @@ struct State {
     std::unique_ptr<PlatformInfo const> platform_info = std::make_unique<PlatformInfo const>();
 };
 
-/// Guards `state`. Held while an entry is written and while the destination changes, including the
-/// diagnostic records of both. Locked before the locks of the logging core, never after.
+/// Guards `state`. Held while an entry is written and while the destination changes, and during the
+/// diagnostic records of these steps. Locked before the locks of the logging core, never after.
 constinit ProcessMutex destination_mutex(ProcessMutex::Rank::installation_log);
 ProcessMutex::ForkRegistration const destination_mutex_registration(destination_mutex);
 
@@ -193,8 +193,8 @@ bool provide_directory(Path const& directory) {
     }
 }
 
-/// Makes the destination, which must be set, the last one. Allocates no memory while the channel is
-/// disabled, because a destructor calls it.
+/// Unsets the destination, which must be set, and keeps it as the last one. Allocates no memory while
+/// the channel is disabled, because a destructor calls it.
 void clear_destination(LockedState const& log) {
     channel.write(Severity::changes, {"flush destination"});
     log->last_destination_file = std::exchange(log->destination_file, Path());

@@ -37,14 +37,14 @@
 ///
 /// \par Thread safety
 ///     Every function may be called from any thread at any time, provided that no thread changes the
-///     environment. It must not be called from a signal handler. A change of the destination is atomic
+///     environment. No function may be called from a signal handler. A change of the destination is atomic
 ///     for other threads: each message goes to one file, and not to the fallback file while one
 ///     destination replaces another. A sink of the logging core must not call the functions of this
 ///     header, and must not wait for a thread that does, because records are written under the log's
 ///     lock. Such a call has no effect while its thread holds the lock.
 /// \par End of the process
 ///     If `main` returns or a thread calls `exit`, the process waits up to a second for an entry that
-///     another thread is writing. Calls after that have no effect.
+///     another thread is writing. Calls that begin during this wait or later have no effect.
 /// \par Fork
 ///     The child of `fork` may use every function at once, even if other threads of the parent were
 ///     writing entries. `fork` waits for the entry that is being written, up to a second. Other locks
