@@ -1,4 +1,4 @@
-// Paths, the file system, users, local time, and the use of all services by several threads.
+// Paths, the file system, users, local time, and the use of the platform layer by several threads.
 
 #include <sys/resource.h>
 
