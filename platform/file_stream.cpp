@@ -33,6 +33,7 @@ auto retry(Call call) noexcept {
 
 Descriptor open_file(Path const& path, int flags, mode_t mode = 0) noexcept {
     if (path.string().empty()) {
+        errno = ENOENT;
         return {};
     }
     return Descriptor(retry(

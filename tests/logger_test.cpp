@@ -172,6 +172,7 @@ TEST_F(Log, FallsBackToAFileOfTheUser) {
             EXPECT_EQ(content(file), "T two\n");
         }
     }
+    errno = EAGAIN;  // An earlier error, which has no effect.
     append_message(u"three");
     EXPECT_EQ(content(fallback_), "T one\nT three\n");
     EXPECT_EQ(fs::status(directory_ / fallback_).permissions(), fs::perms(0600));
@@ -462,22 +463,23 @@ TEST_F(Log, WritesEveryMessageOfEveryThreadOnce) {
 /// Starts threads that use the services until they are cancelled or the process ends.
 std::vector<std::thread> busy_threads(std::u16string const& destination) {
     static auto const& info = *new PlatformInfo;  // Threads may use it at exit.
+    std::function<void()> const uses[] = {
+        [destination] {
+            append_message(std::string("entry"));
+            if (!destination.empty()) {
+                Logger const log(destination);
+            }
+        },
+        [] { append_message(std::string("entry")), static_cast<void>(get_destination()); },
+        [destination] { FileSystemService::setInstallRoot(destination); },
+        [] { DiagnosticChannel::setEnabledSeverities(channel_name, 0); },
+        [] { static_cast<void>(info.userName()); }};
     std::vector<std::thread> threads;
-    for (int number = 0; number != 3; ++number) {
-        threads.emplace_back([destination, number] {
+    for (auto const& use : uses) {
+        threads.emplace_back([use] {
             for (;;) {
                 ::pthread_testcancel();
-                if (number == 0) {
-                    FileSystemService::setInstallRoot(destination);
-                    DiagnosticChannel::setEnabledSeverities(channel_name, 0);
-                    static_cast<void>(info.userName());
-                    continue;
-                }
-                append_message(std::string("entry"));
-                static_cast<void>(get_destination());
-                if (number == 1 && !destination.empty()) {
-                    Logger const log(destination);
-                }
+                use();
             }
         });
     }
