@@ -1,12 +1,16 @@
 #include "platform/diagnostic_channel.h"
 
+#include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/keywords/channel.hpp>
 #include <boost/log/keywords/severity.hpp>
 #include <boost/log/sources/record_ostream.hpp>
 #include <boost/log/sources/severity_channel_logger.hpp>
+#include <boost/log/sources/severity_logger.hpp>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <type_traits>
 #include <utility>
 
@@ -50,6 +54,13 @@ public:
 private:
     log::record_ostream& stream_;
 };
+
+/// Lets the logging core create the storage of severities, which it otherwise does at the first record.
+/// At the end of the process, that storage would be destroyed before the library's channels.
+void create_severity_storage() {
+    log::sources::severity_logger<int> const logger;
+    static_cast<void>(logger.get_attributes().find("Severity")->second.get_value().extract<int>());
+}
 
 }  // namespace
 
@@ -111,11 +122,17 @@ void LibraryChannel::close() noexcept {
         enabledSeverities_.store(0);
     }
     auto* const source = source_.exchange(nullptr);
-    // At the end of the process, other threads may still write records, and a sink may have called
-    // exit. A source that is in use is not destroyed.
-    if (recordsInProgress_.load() == 0) {
-        delete source;
+    // At the end of the process, other threads may still write records. They must leave the logging core
+    // before it is destroyed. The wait is limited, because a sink may have called exit; then, the source
+    // that it uses is not destroyed.
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (recordsInProgress_.load() != 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
     }
+    delete source;
 }
 
 void LibraryChannel::push(Severity severity, std::initializer_list<Piece> pieces) {
@@ -125,6 +142,11 @@ void LibraryChannel::push(Severity severity, std::initializer_list<Piece> pieces
     if (auto* const source = source_.load()) {
         source->push(severity, pieces);
     }
+}
+
+LibraryChannel::Lifetime::Lifetime(LibraryChannel& channel, std::string name) : channel_(channel) {
+    create_severity_storage();
+    channel_.open(std::move(name));
 }
 
 LibraryChannel::Lifetime::~Lifetime() {

@@ -7,7 +7,6 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
 
 namespace install::cpputil {
@@ -45,9 +44,7 @@ public:
     /// Connects a channel to the logging core, under a name, for as long as the object exists.
     class Lifetime {
     public:
-        Lifetime(LibraryChannel& channel, std::string name) : channel_(channel) {
-            channel_.open(std::move(name));
-        }
+        Lifetime(LibraryChannel& channel, std::string name);
         Lifetime(Lifetime const&) = delete;
         Lifetime& operator=(Lifetime const&) = delete;
         ~Lifetime();
