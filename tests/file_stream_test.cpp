@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 
+#include <future>
+
 #include "tests/support.h"
 
 namespace install::cpputil::testing {
@@ -25,6 +27,16 @@ TEST_F(FileStream, ReadsNothingAfterTheEndOfAPipe) {
     EXPECT_EQ(stream.readLine(), "b");
     std::thread(write, "other").join();
     EXPECT_EQ(stream.readLine(), std::nullopt);
+}
+
+TEST_F(FileStream, WaitsForTheEndOfALease) {
+    std::signal(SIGIO, SIG_IGN);  // Asks the holder to end its lease.
+    int const holder = ::open(write_file(name_, "").c_str(), O_RDONLY);
+    ASSERT_EQ(::fcntl(holder, F_SETLEASE, F_RDLCK), 0);
+    auto opened = std::async(std::launch::async, [&] { return OutputFileStream(path_).isOpen(); });
+    EXPECT_EQ(opened.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    ::close(holder);
+    EXPECT_TRUE(opened.get());
 }
 
 // Because of the signals and the size of a pipe, the system writes the text in parts.

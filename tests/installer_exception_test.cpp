@@ -16,7 +16,6 @@ TEST(InstallerException, ReturnsItsTexts) {
     std::string const long_text(100, 's');
     InstallerException const error("c", "p", long_text, "l");
     EXPECT_EQ(shown(InstallerException(error)), "c|p|" + long_text + "|l|" + long_text);
-    EXPECT_EQ(shown(error), "c|p|" + long_text + "|l|" + long_text);
 }
 
 TEST(InstallerException, JoinsLocations) {

@@ -24,7 +24,7 @@ TEST(Path, RejectsNulAndMalformedText) {
     EXPECT_THROW(Path(u"/\xD800"), TextConversionError);
 }
 
-TEST(FileSystemService, ReturnsParents) {
+TEST(FileSystemService, RemovesAndAddsComponents) {
     std::map<std::u16string, std::u16string> const parents = {
         {u"/a/b/c", u"/a/b"}, {u"/a/b/c//", u"/a/b"},
         {u"/a//b", u"/a"},    {u"a/b", u"a"},
@@ -35,6 +35,7 @@ TEST(FileSystemService, ReturnsParents) {
     for (auto const& [path, parent] : parents) {
         EXPECT_EQ(FileSystemService::parentPath(path), parent) << PrintToString(path);
     }
+    EXPECT_EQ(FileSystemService::concatenatePath(Path(), u"b").string(), u"b");
 }
 
 TEST(FileSystemService, ReadsTheTemporaryDirectoryFromTheEnvironment) {
