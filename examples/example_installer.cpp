@@ -230,22 +230,22 @@ private:
                                  : type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK) {
             refuse("not a file, a folder, a symbolic link or a hard link to a file", __func__);
         }
-        auto const* const target = archive_entry_symlink(entry);  // Null if it is empty.
-        if (hard_link == nullptr && type == AE_IFLNK && (target == nullptr || leadsOut(target))) {
+        auto const* const target = archive_entry_symlink(entry);
+        if (hard_link == nullptr && type == AE_IFLNK && leadsOut(target == nullptr ? "" : target)) {
             refuse("a symbolic link that leads out of the installation", __func__);
         }
     }
 
     /// Returns whether a symbolic link could lead out of the installation, directly or through other
-    /// links. It cannot if \p target is relative and contains ".." only at its beginning, at most once
-    /// for each folder above the link.
+    /// links. It cannot if \p target is not empty, is relative, and contains ".." only at its beginning,
+    /// at most once for each folder above the link.
     bool leadsOut(fs::path const& target) const {
         auto const ups = [](fs::path const& p) { return std::count(p.begin(), p.end(), ".."); };
         // libarchive creates the link "name" for the entries "name/" and "name/.", too.
         auto const link = fs::path(entry_ + "/.").lexically_normal().parent_path();
         auto const resolved = (link.parent_path() / target).lexically_normal();
-        return target.is_absolute() || ups(target) != ups(target.lexically_normal()) ||
-               ups(resolved) != 0;
+        return target.empty() || target.is_absolute() ||
+               ups(target) != ups(target.lexically_normal()) || ups(resolved) != 0;
     }
 
     void unpackEntry(archive_entry* entry, std::function<void(std::uintmax_t)> const& progress) {
