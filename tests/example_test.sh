@@ -222,7 +222,7 @@ head -c 50000 products/Basic_Tools.tar.gz >products/Help.tar.gz
 input product.Help
 refused 'truncated gzip input'
 printf 'not an archive\n' >products/Help.tar.gz
-refused "$scratch/products/Help.tar.gz: header: Unrecognized archive format (ProductArchive)"
+refused "$scratch/products/Help.tar.gz: header: Unrecognized archive format"
 : >products/Help.tar.gz
 refused "key='product' value='$scratch/products/Help.tar.gz' rule='rfile'"
 input
