@@ -125,6 +125,7 @@ void LibraryChannel::close() noexcept {
     // At the end of the process, other threads may still write records. They must leave the logging core
     // before it is destroyed. The wait is limited, because a sink may have called exit; then, the source
     // that it uses is not destroyed.
+    CancellationGuard const uncancelled;
     auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     while (recordsInProgress_.load() != 0) {
         if (std::chrono::steady_clock::now() > deadline) {

@@ -21,8 +21,8 @@
 /// - Entries of several threads and processes never interleave.
 /// - If the process is killed, no entry is lost whose call has returned.
 /// - A file that was removed, renamed or rotated away is created again by the next entry.
-/// - If the file cannot be opened or written, the entry is lost and nothing is thrown. If it cannot be
-///   opened, there is a diagnostic record; if a write fails, e.g. on a full disk, there is none.
+/// - If the file cannot be opened or written, the entry is lost and nothing is thrown. A failed open is
+///   recorded on the diagnostic channel. A failed write, e.g. on a full disk, is not.
 ///
 /// Limits:
 /// - A process that is killed during a write, or a disk that becomes full, may leave the beginning of
@@ -144,8 +144,8 @@ INSTALL_CPPUTIL_EXPORT Path const& get_destination();
 
 namespace detail {
 
-/// Returns the destination that was unset last, or an empty path if there is none since the library was
-/// loaded or `forget_last_destination` was called. The reference is valid like that of
+/// Returns the destination that was unset last. The path is empty if no destination has been unset since
+/// the library was loaded or `forget_last_destination` was called. The reference is valid like that of
 /// `get_destination`.
 INSTALL_CPPUTIL_EXPORT Path const& get_last_destination();
 
