@@ -3,13 +3,13 @@
 /// \file
 /// The version of the headers that a program is compiled against, for the preprocessor:
 ///
-///     #if INSTALL_CPPUTIL_VERSION_MAJOR == 1 && INSTALL_CPPUTIL_VERSION_MINOR >= 1
+///     #if INSTALL_CPPUTIL_VERSION_MAJOR == 2 && INSTALL_CPPUTIL_VERSION_MINOR >= 1
 ///
 /// The build reads the version of the library and of its packages from here.
 
 /// Changes when programs must be recompiled or adapted; the soname contains it.
-#define INSTALL_CPPUTIL_VERSION_MAJOR 1
+#define INSTALL_CPPUTIL_VERSION_MAJOR 2
 /// Changes when something is added.
-#define INSTALL_CPPUTIL_VERSION_MINOR 1
-/// Changes with every other release.
+#define INSTALL_CPPUTIL_VERSION_MINOR 0
+/// Incremented by any release that changes neither of the above.
 #define INSTALL_CPPUTIL_VERSION_PATCH 0
