@@ -5,13 +5,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
-#include "platform/internal/library_storage.h"
-#include "platform/internal/process_mutex.h"
+#include "platform/internal/guarded.h"
 #include "platform/text_conversion.h"
 
 namespace install::cpputil {
@@ -20,24 +18,9 @@ namespace {
 constexpr char16_t separator = u'/';
 
 /// The directory that the installer set; empty while it has set none.
-constinit LibraryStorage<Path> install_root;
-
-/// Guards install_root.
-constinit ProcessMutex install_root_mutex(ProcessMutex::Rank::install_root);
-ProcessMutex::ForkRegistration const install_root_mutex_registration(install_root_mutex);
-
-struct InstallRootLifetime {
-    InstallRootLifetime() { install_root.create(); }
-    InstallRootLifetime(InstallRootLifetime const&) = delete;
-    InstallRootLifetime& operator=(InstallRootLifetime const&) = delete;
-    ~InstallRootLifetime() {
-        if (install_root_mutex.lockBriefly()) {
-            install_root.destroy();
-            install_root_mutex.unlock();
-        }
-    }
-};
-InstallRootLifetime const install_root_lifetime;
+constinit LibraryMutex install_root_mutex(LibraryMutex::Rank::install_root);
+constinit Guarded<Path> install_root(install_root_mutex);
+Guarded<Path>::Lifetime const install_root_lifetime(install_root);
 
 std::u16string_view without_trailing_separators(std::u16string_view path) {
     return path.substr(0, path.find_last_not_of(separator) + 1);
@@ -89,11 +72,8 @@ Path FileSystemService::concatenatePath(Path const& path, std::u16string const& 
 }
 
 std::u16string FileSystemService::installRoot() {
-    {
-        std::lock_guard const lock(install_root_mutex);
-        if (auto const* const root = install_root.get(); root && !root->string().empty()) {
-            return root->string();
-        }
+    if (Guarded<Path>::Access const root(install_root); root && !root->string().empty()) {
+        return root->string();
     }
     auto const executable = std::filesystem::read_symlink("/proc/self/exe");
     return TextConversion::fromUtf8(executable.parent_path().native());
@@ -101,8 +81,7 @@ std::u16string FileSystemService::installRoot() {
 
 void FileSystemService::setInstallRoot(std::u16string const& path) {
     Path new_root(path);
-    std::lock_guard const lock(install_root_mutex);
-    if (auto* const root = install_root.get()) {
+    if (Guarded<Path>::Access const root(install_root); root) {
         *root = std::move(new_root);
     }
 }

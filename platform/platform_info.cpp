@@ -2,12 +2,15 @@
 
 #include <locale.h>
 #include <pwd.h>
+#include <sys/types.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
+#include <map>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <type_traits>
@@ -15,14 +18,19 @@
 #include <vector>
 
 #include "platform/internal/cancellation_guard.h"
-#include "platform/internal/process_mutex.h"
+#include "platform/internal/guarded.h"
 
 namespace install::cpputil {
 namespace {
 
-/// Guards `current_` and `names_` of every object.
-constinit ProcessMutex names_mutex(ProcessMutex::Rank::user_names);
-ProcessMutex::ForkRegistration const names_mutex_registration(names_mutex);
+struct UserNames {
+    /// The user whose name was looked up last, if it is known.
+    std::optional<uid_t> current;
+    std::map<uid_t, std::string> known;
+};
+constinit LibraryMutex user_names_mutex(LibraryMutex::Rank::user_names);
+constinit Guarded<UserNames> user_names(user_names_mutex);
+Guarded<UserNames>::Lifetime const user_names_lifetime(user_names);
 
 struct LocaleDeleter {
     void operator()(locale_t locale) const noexcept { ::freelocale(locale); }
@@ -49,27 +57,23 @@ std::string look_up_name(uid_t user) {
 
 }  // namespace
 
-PlatformInfo::User PlatformInfo::effectiveUser() const {
+std::string PlatformInfo::userName() const {
     auto const user = ::geteuid();
-    {
-        std::lock_guard const lock(names_mutex);
-        if (current_ == user) {
-            return {user, names_.at(user)};
-        }
+    if (Guarded<UserNames>::Access const names(user_names); names && names->current == user) {
+        return names->known.at(user);
     }
     // Without the lock, because a directory server may respond slowly.
-    auto const name = look_up_name(user);
-    std::lock_guard const lock(names_mutex);
-    current_.reset();
-    if (!name.empty()) {
-        names_[user] = name;
-        current_ = user;
+    auto name = look_up_name(user);
+    Guarded<UserNames>::Access const names(user_names);
+    if (!names) {
+        return name;
     }
-    return {user, names_[user]};
-}
-
-std::string PlatformInfo::userName() const {
-    return effectiveUser().name;
+    names->current.reset();
+    if (!name.empty()) {
+        names->known[user] = std::move(name);
+        names->current = user;
+    }
+    return names->known[user];
 }
 
 std::string PlatformInfo::currentTime(std::string const& pattern) {

@@ -1,4 +1,4 @@
-#include "platform/file_stream.h"
+#include "platform/internal/file_stream.h"
 
 #include <fcntl.h>
 

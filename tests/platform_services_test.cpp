@@ -67,22 +67,29 @@ TEST(FileSystemService, ReturnsTheInstallationRootThatWasSet) {
               utf16(fs::canonical("/proc/self/exe").parent_path()));
 }
 
-TEST(PlatformInfo, KeepsKnownNamesWhileTheUserDatabaseFails) {
-    constexpr uid_t daemon = 1;
-    PlatformInfo const info, uninformed;
-    auto user = as_user(daemon);
-    auto const name = info.userName();
-    user.reset();
-    static_cast<void>(info.userName());
-    user = as_user(daemon);
+/// Makes it impossible to open any file, such as the user database.
+[[nodiscard]] Undo without_descriptors() {
     rlimit earlier = {};
     ::getrlimit(RLIMIT_NOFILE, &earlier);
     rlimit const none = {0, earlier.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);  // The database cannot be opened.
-    auto const names = info.userName() + "|" + uninformed.userName();
-    ::setrlimit(RLIMIT_NOFILE, &earlier);
-    EXPECT_EQ(names, name + "|");
-    EXPECT_EQ(uninformed.userName(), name);
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    return {nullptr, [=](void*) { ::setrlimit(RLIMIT_NOFILE, &earlier); }};
+}
+
+TEST(PlatformInfo, ReturnsTheLastKnownNameWhileTheUserDatabaseFails) {
+    constexpr uid_t root = 0, known = 1, unknown = 3;
+    auto const name_of = [](uid_t user) {
+        auto const other = as_user(user);
+        return PlatformInfo().userName();
+    };
+    auto const name = name_of(known);
+    name_of(root);
+    auto failure = without_descriptors();
+    EXPECT_EQ(name_of(known), name);
+    // An ordinary user cannot become another one.
+    EXPECT_EQ(name_of(unknown), ::geteuid() == root ? "" : name);
+    failure.reset();
+    EXPECT_NE(name_of(unknown), "");
 }
 
 TEST(PlatformInfo, FormatsLocalTime) {

@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "platform/file_stream.h"
 #include "platform/file_system_service.h"
+#include "platform/internal/file_stream.h"
 #include "platform/text_conversion.h"
 #include "utilities/logger.h"
 

@@ -14,9 +14,9 @@
 #include <utility>
 #include <variant>
 
-#include "platform/file_stream.h"
 #include "platform/file_system_service.h"
-#include "platform/library_channel.h"
+#include "platform/internal/file_stream.h"
+#include "platform/internal/library_channel.h"
 #include "platform/text_conversion.h"
 
 namespace install::cpputil {

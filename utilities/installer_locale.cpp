@@ -1,6 +1,6 @@
 #include "utilities/installer_locale.h"
 
-#include "platform/library_channel.h"
+#include "platform/internal/library_channel.h"
 #include "platform/system_locale_service.h"
 #include "platform/text_conversion.h"
 

@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <thread>
 
-#include "platform/library_channel.h"
+#include "platform/internal/library_channel.h"
 
 namespace install::cpputil::interrupt {
 namespace {

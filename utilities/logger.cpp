@@ -1,25 +1,30 @@
 #include "utilities/logger.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
-#include "platform/file_stream.h"
 #include "platform/file_system_service.h"
-#include "platform/internal/library_storage.h"
-#include "platform/internal/process_mutex.h"
-#include "platform/library_channel.h"
+#include "platform/internal/file_stream.h"
+#include "platform/internal/guarded.h"
+#include "platform/internal/library_channel.h"
 #include "platform/platform_info.h"
 #include "platform/text_conversion.h"
 
 namespace install::cpputil::logger {
+
+std::u16string const unable_to_create_folder_message =
+    u"Unable to create specified folder for installation log ";
+std::u16string const unable_to_create_file_message =
+    u"Unable to create specified file for installation log ";
+std::u16string const reset_destination_message = u"Reset destination file log ";
+
 namespace {
 
 // State
@@ -31,76 +36,72 @@ struct State {
     /// Where entries go; empty while no destination is set.
     Path destination_file;
 
-    /// The destination that was unset last.
+    /// The most recently unset destination.
     Path last_destination_file;
+
+    /// A copy of `destination_file`, so that unsetting it allocates no memory. Empty once used.
+    Path next_last_file;
 
     /// Supplies the user name, which is part of the fallback file's name.
     std::unique_ptr<PlatformInfo const> platform_info = std::make_unique<PlatformInfo const>();
+
+    /// Set during a record in which the state is not to be used.
+    bool is_sealed = false;
 };
 
-/// Guards `state`. Held while an entry is written and while the destination changes, and during the
-/// diagnostic records of these steps. Locked before the locks of the logging core, never after.
-constinit ProcessMutex destination_mutex(ProcessMutex::Rank::installation_log);
-ProcessMutex::ForkRegistration const destination_mutex_registration(destination_mutex);
+/// Held while an entry is written and while the destination changes, and during the diagnostic
+/// records of these steps. Locked before the locks of the logging core, never after.
+constinit LibraryMutex destination_mutex(LibraryMutex::Rank::installation_log);
+constinit Guarded<State> state(destination_mutex);
+Guarded<State>::Lifetime const state_lifetime(state);
 
-constinit LibraryStorage<State> state;
-
-/// Set when the state is about to be destroyed. Unlike the state, it needs no lock.
-constinit std::atomic<bool> has_ended = false;
-
-/// An empty path to return after the state was destroyed. It owns no memory and is never destroyed.
-constinit LibraryStorage<Path const> no_path;
-
-struct StateLifetime {
-    StateLifetime() {
-        no_path.create();
-        state.create();
-    }
-    StateLifetime(StateLifetime const&) = delete;
-    StateLifetime& operator=(StateLifetime const&) = delete;
-
-    /// Waits for an entry that another thread is writing. If that takes too long, or if a sink called
-    /// exit in the middle of an entry, the state is still in use and is not destroyed.
-    ~StateLifetime() {
-        has_ended = true;
-        if (destination_mutex.lockBriefly()) {
-            state.destroy();
-            destination_mutex.unlock();
-        }
-    }
-};
-StateLifetime const state_lifetime;
-
-/// Exclusive access to the state. Converts to false if access is refused, because the process ends or
-/// because a sink calls the log in the middle of an entry; the caller then does nothing.
-class LockedState {
+/// Access for queries. A sink that calls the log from a record of this thread has it, too.
+class ReadAccess : public Guarded<State>::Access {
 public:
-    LockedState() : lock_(destination_mutex, std::defer_lock) {
-        if (!destination_mutex.isMine()) {
-            lock_.lock();
-            state_ = has_ended ? nullptr : state.get();
-        }
-    }
-
-    explicit operator bool() const noexcept { return state_ != nullptr; }
-    State* operator->() const noexcept { return state_; }
-
-private:
-    std::unique_lock<ProcessMutex> lock_;
-    State* state_ = nullptr;
+    ReadAccess() : Access(state) {}
 };
 
-/// Returns whether a destination is set, or nothing if access to the state is refused.
+/// Access for entries and changes. Converts to false during a sealed record as well; callers then
+/// return without effect.
+class WriteAccess : public Guarded<State>::Access {
+public:
+    WriteAccess() : Access(state) {}
+    explicit operator bool() const noexcept {
+        return Access::operator bool() && !(*this)->is_sealed;
+    }
+};
+
+/// Writes a record at which a sink must find the state as it is: an entry that it appends, or a
+/// destination that it sets, would end up inside the step that the record reports.
+void write_sealed(State& log, std::initializer_list<LibraryChannel::Piece> pieces) {
+    struct Seal {
+        explicit Seal(bool& flag) noexcept : is_sealed(flag) { is_sealed = true; }
+        Seal(Seal const&) = delete;
+        Seal& operator=(Seal const&) = delete;
+        ~Seal() { is_sealed = false; }
+        bool& is_sealed;
+    };
+    Seal const seal(log.is_sealed);
+    channel.write(Severity::details, pieces);
+}
+
+/// Returns whether a destination is set, or nothing if there is no access.
 std::optional<bool> is_destination_set() {
-    LockedState const log;
+    WriteAccess const log;
     return log ? std::optional(!log->destination_file.string().empty()) : std::nullopt;
 }
 
-/// Returns a copy of \p path, which may be one of the state's own, or nothing if access to the state
-/// is refused.
+/// Returns a copy of \p path, which may be one of the state's own, or nothing if there is no access.
 std::optional<Path> copy_of(Path const& path) {
-    LockedState const log;
+    WriteAccess const log;
     return log ? std::optional(path) : std::nullopt;
+}
+
+/// Returns an empty path, which is never destroyed, because threads may query the log while the
+/// process exits.
+Path const& no_path() {
+    static auto const& path = *new Path();
+    return path;
 }
 
 // Format of an entry
@@ -126,13 +127,13 @@ Path fallback_file(std::string const& user_name) {
                 TextConversion::fromUtf8(user_name) + u".log");
 }
 
-void write_line(OutputFileStream stream, std::string_view line) {
+void write_line(State& log, OutputFileStream stream, std::string_view line) {
     if (stream.isOpen()) {
         stream.write(line);
         return;
     }
     line.remove_suffix(1);
-    channel.write(Severity::details, {"failed to open destination_file for u8msg ", line});
+    write_sealed(log, {"failed to open destination_file for u8msg ", line});
 }
 
 /// Appends \p message, valid UTF-8.
@@ -141,25 +142,18 @@ void append_utf8(std::string message) {
     if (message.empty()) {
         return;
     }
-    LockedState const log;
+    WriteAccess const log;
     if (!log) {
         return;
     }
-    // The time is read under the lock, so that entries appear in the order of their times.
+    // The time is read under the lock, so that entries are in chronological order.
     auto const line = make_log_line(std::move(message));
     if (log->destination_file.string().empty()) {
-        auto const user = log->platform_info->effectiveUser();
-        write_line(OutputFileStream(fallback_file(user.name), user.id), line);
+        auto const file = fallback_file(log->platform_info->userName());
+        write_line(*log, OutputFileStream::openPrivate(file), line);
     }
     // Without a destination, this only records that the empty path cannot be opened.
-    write_line(OutputFileStream(log->destination_file), line);
-}
-
-/// Appends an entry with \p text to the destination, which must be set.
-void append_to_destination(LockedState const& log, std::u16string const& text) {
-    auto message = TextConversion::toUtf8(text);
-    channel.write(Severity::details, {" msg=", message});
-    write_line(OutputFileStream(log->destination_file), make_log_line(std::move(message)));
+    write_line(*log, OutputFileStream(log->destination_file), line);
 }
 
 [[noreturn]] void refuse_file(char const* record, char const* error) {
@@ -172,8 +166,8 @@ void append_to_destination(LockedState const& log, std::u16string const& text) {
 /// Reports a destination that cannot be set: in the current log, on the channel and to the caller.
 [[noreturn]] void refuse_destination(std::u16string const& message, std::string const& error,
                                      std::u16string const& path) {
-    if (LockedState const log; log && !log->destination_file.string().empty()) {
-        append_to_destination(log, message + path);
+    if (WriteAccess const log; log && !log->destination_file.string().empty()) {
+        append_utf8(TextConversion::toUtf8(message + path));
     }
     auto const text = error + '"' + TextConversion::toUtf8(path) + '"';
     channel.write(Severity::details, {"set destination:", text});
@@ -193,18 +187,10 @@ bool provide_directory(Path const& directory) {
     }
 }
 
-/// Unsets the destination, which must be set, and keeps it as the last one. Allocates no memory while
-/// the channel is disabled, because a destructor calls it.
-void clear_destination(LockedState const& log) {
-    channel.write(Severity::changes, {"flush destination"});
-    log->last_destination_file = std::exchange(log->destination_file, Path());
-    channel.write(Severity::details,
-                  {" last_destination_file.string()=", log->last_destination_file.string()});
-    channel.write(Severity::changes, {"unset destination"});
-}
-
+/// Unsets the destination and keeps it as the last one. Allocates no memory while the channel is
+/// disabled, because a destructor calls it.
 void unset_destination() {
-    LockedState const log;
+    WriteAccess const log;
     if (!log) {
         return;
     }
@@ -213,32 +199,45 @@ void unset_destination() {
                       {"no destination, keep last \"", log->last_destination_file.string(), "\""});
         return;
     }
-    clear_destination(log);
+    channel.write(Severity::changes, {"flush destination"});
+    if (log->next_last_file.string().empty()) {
+        // A sink has unset or replaced the destination inside this function.
+        log->next_last_file = log->destination_file;
+    }
+    log->last_destination_file = std::exchange(log->next_last_file, Path());
+    channel.write(Severity::details,
+                  {" last_destination_file.string()=", log->last_destination_file.string()});
+    channel.write(Severity::changes, {"unset destination"});
+    log->destination_file = Path();
 }
 
 /// Sets the destination to \p file in one step: other threads see either the old destination or the
 /// new one, and the entry that reports the change is the last one in the old log.
 void replace_destination(Path file) {
-    LockedState const log;
+    WriteAccess const log;
     if (!log) {
         return;
     }
     auto old = log->destination_file;
+    auto old_copy = old;
     auto last = log->last_destination_file;
+    auto copy = file;
     auto const text = file.string();
-    auto const message = reset_destination_message + old.string() + u" to " + text;
     try {
         if (!old.string().empty()) {
             channel.write(Severity::details,
                           {" destination_file.string()=", old.string(), " ofile.string()=", text});
-            append_to_destination(log, message);
-            clear_destination(log);
+            append_utf8(
+                TextConversion::toUtf8(reset_destination_message + old.string() + u" to " + text));
+            unset_destination();
         }
         log->destination_file = std::move(file);
-        channel.write(Severity::details, {" destination_file.string()=", text});
+        log->next_last_file = std::move(copy);
+        write_sealed(*log, {" destination_file.string()=", text});
     } catch (...) {
         // A sink has thrown, or there is no memory.
         log->destination_file = std::move(old);
+        log->next_last_file = std::move(old_copy);
         log->last_destination_file = std::move(last);
         throw;
     }
@@ -270,24 +269,24 @@ Logger::Logger(Path const& file) {
     set_destination(file);
 }
 
-Logger::Logger(std::u16string const& file) : Logger(has_ended ? Path() : Path(file)) {}
+Logger::Logger(std::u16string const& file) : Logger(state.hasEnded() ? Path() : Path(file)) {}
 
 Logger::Logger(std::string const& file)
-    : Logger(has_ended ? std::u16string() : TextConversion::fromUtf8(file)) {}
+    : Logger(state.hasEnded() ? std::u16string() : TextConversion::fromUtf8(file)) {}
 
 Logger::~Logger() {
     unset_destination();
 }
 
 void append_message(std::u16string const& message) {
-    if (has_ended) {
+    if (state.hasEnded()) {
         return;
     }
     append_utf8(TextConversion::toUtf8(message));
 }
 
 void append_message(std::string const& message) {
-    if (has_ended) {
+    if (state.hasEnded()) {
         return;
     }
     TextConversion::checkUtf8(message);
@@ -331,7 +330,7 @@ void append_file(std::u16string const& path) {
 }
 
 void append_file(std::string const& path) {
-    if (!has_ended) {
+    if (!state.hasEnded()) {
         append_file(TextConversion::fromUtf8(path));
     }
 }
@@ -343,20 +342,19 @@ void append_file(Path const& path) {
 }
 
 Path const& get_destination() {
-    LockedState const log;
-    return log ? log->destination_file : *no_path.get();
+    ReadAccess const log;
+    return log ? log->destination_file : no_path();
 }
 
 namespace detail {
 
 Path const& get_last_destination() {
-    LockedState const log;
-    return log ? log->last_destination_file : *no_path.get();
+    ReadAccess const log;
+    return log ? log->last_destination_file : no_path();
 }
 
 void forget_last_destination() {
-    LockedState const log;
-    if (log) {
+    if (ReadAccess const log; log) {
         log->last_destination_file = Path();
     }
 }

@@ -64,18 +64,14 @@
 
 namespace install::cpputil::logger {
 
-/// The beginning of the entry that reports a directory that cannot be created; its path follows.
-INSTALL_CPPUTIL_LOCAL inline std::u16string const unable_to_create_folder_message =
-    u"Unable to create specified folder for installation log ";
+/// Starts the entry for a directory that cannot be created, followed by its path.
+INSTALL_CPPUTIL_EXPORT extern std::u16string const unable_to_create_folder_message;
 
-/// The beginning of the entry that reports a file that cannot be opened; its path follows.
-INSTALL_CPPUTIL_LOCAL inline std::u16string const unable_to_create_file_message =
-    u"Unable to create specified file for installation log ";
+/// Starts the entry for a file that cannot be opened, followed by its path.
+INSTALL_CPPUTIL_EXPORT extern std::u16string const unable_to_create_file_message;
 
-/// The beginning of the entry that reports a replaced destination; the paths of the old and the new
-/// destination follow.
-INSTALL_CPPUTIL_LOCAL inline std::u16string const reset_destination_message =
-    u"Reset destination file log ";
+/// Starts the entry for a replaced destination, followed by the paths of the old and the new one.
+INSTALL_CPPUTIL_EXPORT extern std::u16string const reset_destination_message;
 
 /// Sets the destination for the lifetime of the object.
 ///

@@ -1,30 +1,21 @@
 #pragma once
 
-/// \file
-/// The severities of diagnostic records.
-
 #include <atomic>
 #include <initializer_list>
 #include <string>
-#include <string_view>
-#include <variant>
+
+#include "platform/diagnostic_channel.h"
+#include "platform/internal/library_mutex.h"
 
 namespace install::cpputil {
 
-/// The severities of diagnostic records, which are also bits of a channel's mask.
-enum class Severity : int {
-    details = 4,  ///< what an operation reads, writes and decides
-    changes = 8,  ///< changes of state, and refusals
-};
-
-/// \cond INTERNAL
-/// A channel of the library's own units, which any thread may write to even while the process ends.
+/// A channel of diagnostic records, without which threads could not write while the process exits.
 ///
-/// It is `constinit` and has no destructor. Between the constructor and the destructor of its
-/// `Lifetime` it behaves like a `DiagnosticChannel`; before and after, it drops every record.
+/// The library's own channels are `constinit`, and the class has no destructor: a channel drops every
+/// record before it is opened and after it is closed.
 class LibraryChannel final {
 public:
-    using Piece = std::variant<std::string_view, std::u16string_view, bool>;
+    using Piece = DiagnosticChannel::Piece;
 
     constexpr LibraryChannel() noexcept = default;
     LibraryChannel(LibraryChannel const&) = delete;
@@ -41,7 +32,15 @@ public:
         }
     }
 
-    /// Connects a channel to the logging core, under a name, for as long as the object exists.
+    static void setEnabledSeverities(std::string const& name, unsigned mask);
+
+    /// Connects the channel to the logging core.
+    void open(std::string name);
+
+    /// Disconnects the channel. Waits up to a second for records that other threads are writing.
+    void close() noexcept;
+
+    /// Keeps one of the library's own channels open while the library is loaded.
     class Lifetime {
     public:
         Lifetime(LibraryChannel& channel, std::string name);
@@ -54,21 +53,24 @@ public:
     };
 
 private:
-    friend class DiagnosticChannel;
     class Source;
     class RecordInProgress;
 
-    void open(std::string name);
-    void close() noexcept;
     void push(Severity severity, std::initializer_list<Piece> pieces);
+
+    static LibraryMutex registryMutex_;
+    static LibraryMutex::ForkRegistration const registryMutexRegistration_;
+    // The open channels of the process.
+    static LibraryChannel* first_ GUARDED_BY(registryMutex_);
+    // Set when the first of the library's own channels closes.
+    static bool hasEnded_ GUARDED_BY(registryMutex_);
 
     std::atomic<unsigned> enabledSeverities_{0};
     std::atomic<unsigned> recordsInProgress_{0};
     // Null while the channel is closed.
     std::atomic<Source*> source_{nullptr};
-    // The next open channel, guarded by the registry's mutex.
-    LibraryChannel* next_ = nullptr;
+    // The next open channel.
+    LibraryChannel* next_ GUARDED_BY(registryMutex_) = nullptr;
 };
-/// \endcond
 
 }  // namespace install::cpputil

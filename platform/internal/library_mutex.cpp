@@ -1,50 +1,52 @@
-#include "platform/internal/process_mutex.h"
+#include "platform/internal/library_mutex.h"
 
 #include <memory>
-#include <thread>
 #include <type_traits>
-
-#include "platform/internal/cancellation_guard.h"
 
 namespace install::cpputil {
 namespace {
 
-static_assert(std::is_trivially_destructible_v<ProcessMutex>);
+static_assert(std::is_trivially_destructible_v<LibraryMutex>);
 
 /// The registered mutexes in lock order. Changed only by static constructors.
-constinit ProcessMutex* first_mutex = nullptr;
-
-std::chrono::steady_clock::time_point in_a_second() noexcept {
-    return std::chrono::steady_clock::now() + std::chrono::seconds(1);
-}
+constinit LibraryMutex* first_mutex = nullptr;
 
 }  // namespace
 
-bool ProcessMutex::lockBriefly() noexcept {
-    return lockUntil(in_a_second());
+void LibraryMutex::lock() {
+    mutex_.lock();
+    owner_.store(::pthread_self(), std::memory_order_relaxed);
 }
 
-bool ProcessMutex::lockUntil(TimePoint deadline) noexcept {
-    if (isMine()) {
+bool LibraryMutex::lockUntil(TimePoint deadline) noexcept {
+    if (isMine() || !wait_until(deadline, [this] { return mutex_.try_lock(); })) {
         return false;
-    }
-    CancellationGuard const uncancelled;
-    // Not a timed mutex: ThreadSanitizer does not know all of the system's functions that it calls. The
-    // sleep is short, because a thread that logs without a pause unlocks the mutex only for moments.
-    while (!mutex_.try_lock()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(20));
     }
     owner_.store(::pthread_self(), std::memory_order_relaxed);
     return true;
 }
 
-ProcessMutex::ForkRegistration::ForkRegistration(ProcessMutex& mutex) noexcept {
+void LibraryMutex::unlock() noexcept {
+    owner_.store(no_thread, std::memory_order_relaxed);
+    mutex_.unlock();
+}
+
+LibraryMutex::Lock::Lock(LibraryMutex& mutex) : locked_(mutex.isMine() ? nullptr : &mutex) {
+    if (locked_ != nullptr) {
+        locked_->lock();
+    }
+}
+
+LibraryMutex::Lock::~Lock() {
+    if (locked_ != nullptr) {
+        locked_->unlock();
+    }
+}
+
+LibraryMutex::ForkRegistration::ForkRegistration(LibraryMutex& mutex) noexcept {
     if (first_mutex == nullptr) {
-        // The C library removes the handlers when the library is unloaded. If there is no memory for
-        // them, forks are not guarded.
+        // The C library removes the handlers when the library is unloaded. If registration fails
+        // (out of memory), forks are unprotected.
         static_cast<void>(::pthread_atfork(beforeFork, afterForkInParent, afterForkInChild));
     }
     auto** link = &first_mutex;
@@ -55,7 +57,7 @@ ProcessMutex::ForkRegistration::ForkRegistration(ProcessMutex& mutex) noexcept {
     *link = &mutex;
 }
 
-void ProcessMutex::beforeFork() noexcept {
+void LibraryMutex::beforeFork() noexcept {
     auto const deadline = in_a_second();
     for (auto* mutex = first_mutex; mutex != nullptr; mutex = mutex->next_) {
         if (mutex->lockUntil(deadline)) {
@@ -64,7 +66,7 @@ void ProcessMutex::beforeFork() noexcept {
     }
 }
 
-void ProcessMutex::afterForkInParent() noexcept {
+void LibraryMutex::afterForkInParent() noexcept {
     for (auto* mutex = first_mutex; mutex != nullptr; mutex = mutex->next_) {
         if (mutex->forkOwner_.load() == ::pthread_self()) {
             mutex->forkOwner_.store(no_thread);
@@ -73,7 +75,7 @@ void ProcessMutex::afterForkInParent() noexcept {
     }
 }
 
-void ProcessMutex::afterForkInChild() noexcept {
+void LibraryMutex::afterForkInChild() noexcept {
     afterForkInParent();
     for (auto* mutex = first_mutex; mutex != nullptr; mutex = mutex->next_) {
         if (!mutex->isMine()) {

@@ -1,4 +1,4 @@
-#include "platform/file_stream.h"
+#include "platform/internal/file_stream.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -68,11 +68,11 @@ Descriptor open_for_reading(Path const& path, InputFileStream::PipeMode mode) no
 
 constexpr int append_flags = O_WRONLY | O_APPEND | O_CREAT;
 
-Descriptor open_private_file(Path const& path, uid_t owner) noexcept {
+Descriptor open_private_file(Path const& path) noexcept {
     auto file = open_file(path, append_flags | O_NONBLOCK | O_NOFOLLOW, S_IRUSR | S_IWUSR);
     struct stat status = {};
     if (file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-        status.st_uid == owner && status.st_nlink == 1) {
+        status.st_uid == ::geteuid() && status.st_nlink == 1) {
         return file;
     }
     return {};
@@ -161,8 +161,12 @@ std::int64_t InputFileStream::endPosition() noexcept {
 OutputFileStream::OutputFileStream(Path const& path)
     : descriptor_(open_without_waiting(path, append_flags, 0666)) {}
 
-OutputFileStream::OutputFileStream(Path const& path, uid_t owner)
-    : descriptor_(open_private_file(path, owner)) {}
+OutputFileStream::OutputFileStream(Descriptor descriptor) noexcept
+    : descriptor_(std::move(descriptor)) {}
+
+OutputFileStream OutputFileStream::openPrivate(Path const& path) {
+    return OutputFileStream(open_private_file(path));
+}
 
 OutputFileStream::~OutputFileStream() = default;
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,13 +8,11 @@
 #include <string_view>
 #include <utility>
 
-#include "export.h"
-#include "path.h"
+#include "platform/path.h"
 
 namespace install::cpputil {
 
-/// \cond INTERNAL
-/// Owns an open file descriptor, which child programs do not inherit, or none.
+/// Owns a file descriptor, or none.
 class Descriptor final {
 public:
     Descriptor() noexcept = default;
@@ -33,7 +29,6 @@ private:
 
     int value_ = none;
 };
-/// \endcond
 
 /// A file, pipe or device open for reading, byte by byte without translation.
 ///
@@ -41,7 +36,7 @@ private:
 ///     Only one thread at a time may use a stream.
 /// \par Cancellation
 ///     A thread is not cancelled while it opens, reads or closes a stream.
-class INSTALL_CPPUTIL_EXPORT InputFileStream final {
+class InputFileStream final {
 public:
     /// Whether opening a pipe waits for a writer. With `no_wait`, reading it does not wait, either.
     enum class PipeMode { wait, no_wait };
@@ -93,18 +88,19 @@ private:
 ///     even if other processes append to it, too.
 /// \par Cancellation
 ///     A thread is not cancelled while it opens, writes or closes a stream.
-class INSTALL_CPPUTIL_EXPORT OutputFileStream final {
+class OutputFileStream final {
 public:
     /// Opens \p path; creates a missing file with mode 0666 under the umask. If the file can be neither
     /// opened for writing nor created, the stream is not open. This includes a pipe without a reader.
     /// If another process has a lease on the file, waits up to a minute until the system breaks it.
     explicit OutputFileStream(Path const& path);
 
-    /// Opens a private file of the user \p owner in a directory where other users can create entries.
+    /// Opens a private file of the effective user in a directory where other users can create entries.
     /// Creates a missing file with mode 0600. If \p path is not a regular file with one link that
-    /// belongs to \p owner, in particular if it is a symbolic link, the stream is not open.
-    OutputFileStream(Path const& path, uid_t owner);
+    /// belongs to the user, in particular if it is a symbolic link, the stream is not open.
+    static OutputFileStream openPrivate(Path const& path);
 
+    OutputFileStream(OutputFileStream&&) noexcept = default;
     OutputFileStream(OutputFileStream const&) = delete;
     OutputFileStream& operator=(OutputFileStream const&) = delete;
     ~OutputFileStream();
@@ -118,6 +114,8 @@ public:
     void write(std::string_view text) noexcept;
 
 private:
+    explicit OutputFileStream(Descriptor descriptor) noexcept;
+
     Descriptor descriptor_;
 };
 

