@@ -12,7 +12,10 @@ DiagnosticChannel::DiagnosticChannel(std::string name)
 }
 
 DiagnosticChannel::~DiagnosticChannel() {
-    channel_->close();
+    if (!channel_->close(in_a_second())) {
+        // A record is still being written, so the channel must outlive this object.
+        static_cast<void>(channel_.release());
+    }
 }
 
 bool DiagnosticChannel::isEnabled(Severity severity) const noexcept {

@@ -47,7 +47,17 @@ bool FileSystemService::exists(Path const& path) {
 }
 
 bool FileSystemService::createDirectories(Path const& path) {
-    return std::filesystem::create_directories(path.narrowName());
+    // Not std::filesystem::create_directories, which libstdc++ limits to 1,000 missing directories.
+    std::filesystem::path directory;
+    bool created = false;
+    for (auto const& component : std::filesystem::path(path.narrowName())) {
+        // The last component is empty if the path ends in a separator.
+        if (!component.empty()) {
+            directory /= component;
+            created = std::filesystem::create_directory(directory);
+        }
+    }
+    return created;
 }
 
 std::u16string FileSystemService::parentPath(std::u16string const& path) {

@@ -19,6 +19,7 @@
 
 #include "platform/internal/cancellation_guard.h"
 #include "platform/internal/guarded.h"
+#include "platform/text_conversion.h"
 
 namespace install::cpputil {
 namespace {
@@ -37,8 +38,18 @@ struct LocaleDeleter {
 };
 using Locale = std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleDeleter>;
 
-/// Returns the name of \p user, or an empty text if the database has none or cannot be queried. The two
-/// cannot be distinguished, because some databases report a failure as a missing user.
+/// Returns whether \p name is UTF-8 and can be part of a file's name.
+bool is_usable(std::string const& name) {
+    try {
+        TextConversion::checkUtf8(name);
+        return name.find('/') == std::string::npos;
+    } catch (TextConversionError const&) {
+        return false;
+    }
+}
+
+/// Returns the name of \p user, or an empty string if the database has none that is usable or cannot be
+/// queried. The two cannot be distinguished, because some databases report a failure as a missing user.
 std::string look_up_name(uid_t user) {
     CancellationGuard const uncancelled;
     constexpr std::size_t usual_size = 32;
@@ -52,7 +63,8 @@ std::string look_up_name(uid_t user) {
             buffer.resize(2 * buffer.size());
         }
     }
-    return found == nullptr ? std::string() : entry.pw_name;
+    std::string name = found == nullptr ? "" : entry.pw_name;
+    return is_usable(name) ? name : std::string();
 }
 
 }  // namespace

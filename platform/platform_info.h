@@ -14,9 +14,10 @@ namespace install::cpputil {
 ///     from the environment, which no other thread may change at the same time.
 class INSTALL_CPPUTIL_EXPORT PlatformInfo {
 public:
-    /// Returns the name of the effective user, or an empty string if it is not known. The library
-    /// caches the name until the effective user changes, because the lookup may query a directory
-    /// server. If the user database cannot be queried, returns the user's last known name.
+    /// Returns the name of the effective user, or an empty string if it is not known. A name that is not
+    /// UTF-8 or contains "/" counts as not known. The library caches the name until the effective user
+    /// changes, because the lookup may query a directory server. If the user database cannot be
+    /// queried, returns the user's last known name.
     std::string userName() const;
 
     /// Returns the current local time formatted with \p pattern, as `formatTime` does.

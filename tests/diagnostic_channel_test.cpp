@@ -1,8 +1,9 @@
 #include "platform/diagnostic_channel.h"
 
-#include "tests/support.h"
+#include "tests/files.h"
+#include "tests/record_sink.h"
 
-namespace install::cpputil::testing {
+namespace install::cpputil::tests {
 namespace {
 
 TEST(DiagnosticChannel, JoinsThePiecesOfARecord) {
@@ -14,6 +15,15 @@ TEST(DiagnosticChannel, JoinsThePiecesOfARecord) {
     channel.write(Severity::details, {});
     EXPECT_THAT(sink.take(), ElementsAre("8:" + TextConversion::toUtf8(text),
                                          std::string("4: a=\xC3\xA9\0btruefalse", 18), "4:"));
+}
+
+TEST(DiagnosticChannel, WritesNothingWhileTheLoggingCoreIsDisabled) {
+    DiagnosticChannel channel("test");
+    RecordSink sink("test");
+    boost::log::core::get()->set_logging_enabled(false);
+    channel.write(Severity::changes, {"dropped"});
+    boost::log::core::get()->set_logging_enabled(true);
+    EXPECT_THAT(sink.take(), IsEmpty());
 }
 
 TEST(DiagnosticChannel, RejectsMalformedPieces) {
@@ -37,8 +47,10 @@ TEST(DiagnosticChannel, IsEnabledByItsNameWhileItExists) {
         DiagnosticChannel second("test::more");
         DiagnosticChannel namesake("test");
         DiagnosticChannel::setEnabledSeverities("test", 8);
-        EXPECT_TRUE(first.isEnabled(Severity::changes) && namesake.isEnabled(Severity::changes));
-        EXPECT_FALSE(first.isEnabled(Severity::details) || second.isEnabled(Severity::changes));
+        EXPECT_TRUE(first.isEnabled(Severity::changes));
+        EXPECT_TRUE(namesake.isEnabled(Severity::changes));
+        EXPECT_FALSE(first.isEnabled(Severity::details));
+        EXPECT_FALSE(second.isEnabled(Severity::changes));
         auto const text = error_text<std::invalid_argument>(enable_unknown);
         EXPECT_THAT(text, HasSubstr("no diagnostic channel \"unknown\"; the channels are "));
         EXPECT_THAT(text, HasSubstr("\"test\", \"test::more\", \"test\""));
@@ -49,4 +61,4 @@ TEST(DiagnosticChannel, IsEnabledByItsNameWhileItExists) {
 }
 
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

@@ -2,8 +2,9 @@
 #include <limits>
 #include <new>
 
+#include "platform/diagnostic_channel.h"
 #include "platform/file_system_service.h"
-#include "tests/support.h"
+#include "tests/files.h"
 #include "utilities/argument_validation.h"
 #include "utilities/input_file_parser.h"
 #include "utilities/installer_exception.h"
@@ -43,7 +44,7 @@ thread_local std::size_t allocations_left = unlimited;
     std::free(memory);
 }
 
-namespace install::cpputil::testing {
+namespace install::cpputil::tests {
 namespace {
 
 /// Returns whether \p operation throws std::bad_alloc if its first \p successes allocations succeed and
@@ -110,4 +111,4 @@ TEST(FailingAllocations, LeaveTheLibraryUnchanged) {
 }
 
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

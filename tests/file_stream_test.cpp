@@ -4,9 +4,10 @@
 
 #include <future>
 
-#include "tests/support.h"
+#include "tests/files.h"
+#include "tests/processes.h"
 
-namespace install::cpputil::testing {
+namespace install::cpputil::tests {
 namespace {
 
 class FileStream : public ::testing::Test {
@@ -34,37 +35,56 @@ TEST_F(FileStream, WaitsForTheEndOfALease) {
     int const holder = ::open(write_file(name_, "").c_str(), O_RDONLY);
     ASSERT_EQ(::fcntl(holder, F_SETLEASE, F_RDLCK), 0);
     auto opened = std::async(std::launch::async, [&] { return OutputFileStream(path_).isOpen(); });
-    EXPECT_EQ(opened.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(opened.wait_for(std::chrono::milliseconds(1'200)), std::future_status::timeout);
     ::close(holder);
     EXPECT_TRUE(opened.get());
 }
 
-// Because of the signals and the size of a pipe, the system writes the text in parts.
-TEST_F(FileStream, WritesTheWholeText) {
+// Because of the signals and the size of a pipe, the system writes the string in parts.
+TEST_F(FileStream, WritesTheWholeString) {
     ASSERT_EQ(::mkfifo(name_.c_str(), 0600), 0);
-    std::string const text = std::string(3'000'000, 'x') + "\n";
+    std::string const text = std::string(300'000, 'x') + "\n";
     std::string read;
     // Without a reader, the stream would not open.
     int const early_reader = ::open(name_.c_str(), O_RDONLY | O_NONBLOCK);
+    std::optional<OutputFileStream> stream(std::in_place, path_);
     auto const signals = with_signals();
     std::thread reader([&] {
-        std::ifstream stream(name_);
+        std::ifstream input(name_);
         await_signals(20);
-        read.assign(std::istreambuf_iterator<char>(stream), {});
+        read.assign(std::istreambuf_iterator<char>(input), {});
     });
-    {
-        OutputFileStream stream(path_);
-        stream.write(text);
-    }
+    stream->write(text);
+    stream.reset();
     reader.join();
     EXPECT_TRUE(read == text) << read.size();
     ::close(early_reader);
 }
 
-TEST_F(FileStream, IsNotInheritedByPrograms) {
+// Other threads print to these descriptors.
+TEST_F(FileStream, NeverUsesADescriptorOfAStandardStream) {
+    write_file(name_, "a\n");
+    for (int const closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        auto const child = [&](auto const& open) {
+            return [&] {
+                ::close(closed);
+                auto const stream = open();
+                EXPECT_TRUE(stream->isOpen());
+                EXPECT_EQ(fs::read_symlink("/proc/self/fd/" + std::to_string(closed)), "/dev/null");
+            };
+        };
+        auto const input = [&] { return std::make_unique<InputFileStream>(path_); };
+        auto const output = [&] { return std::make_unique<OutputFileStream>(path_); };
+        EXPECT_EQ(status_of(start_child(child(input))), 0) << closed;
+        EXPECT_EQ(status_of(start_child(child(output))), 0) << closed;
+    }
+}
+
+TEST_F(FileStream, SetsCloseOnExec) {
     OutputFileStream const output(path_);
     InputFileStream const input(path_);
-    ASSERT_TRUE(input.isOpen() && output.isOpen());
+    ASSERT_TRUE(input.isOpen());
+    ASSERT_TRUE(output.isOpen());
     auto const listing = "ls -l /proc/self/fd | grep -q " + name_.native();
     EXPECT_EQ(WEXITSTATUS(std::system(listing.c_str())), 1);
 }
@@ -77,4 +97,4 @@ TEST_F(FileStream, CreatesFilesUnderTheUmask) {
 }
 
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

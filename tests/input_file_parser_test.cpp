@@ -1,8 +1,13 @@
 #include "utilities/input_file_parser.h"
 
-#include "tests/support.h"
+#include <fcntl.h>
+#include <termios.h>
 
-namespace install::cpputil::testing {
+#include "tests/files.h"
+#include "tests/processes.h"
+#include "tests/record_sink.h"
+
+namespace install::cpputil::tests {
 namespace {
 
 constexpr char const* channel_name = "install::cpputil::InputFileParser";
@@ -48,22 +53,31 @@ protected:
 };
 
 TEST_F(InputFile, SkipsBlankCommentAndOtherLines) {
-    expectMaps({{"", ""},
-                {"\n \t\r\n\f\v\n  # a comment\n#x=y\nno form at all\n\xFF\n", ""},
-                {"\xEF\xBB\xBF# key=1\n", "\xEF\xBB\xBF# key=1;"}});  // Begins with a mark.
+    expectMaps(
+        {{"", ""},
+         {"\n \t\r\n\f\v\n  # a comment\n#x=y\nno form at all\n\xFF\n", ""},
+         {"\xEF\xBB\xBF# key=1\n", "\xEF\xBB\xBF# key=1;"}});  // Begins with a byte-order mark.
 }
 
 TEST_F(InputFile, StoresAssignments) {
-    expectMaps(
-        {{"Install_Dir = /opt/app\nmode==Full Run # fast",
-          "install_dir=/opt/app;mode=Full Run # fast;"},
-         {"\t Mode \v=\f X Y \r\nn=1\r", "mode=X Y;n=1;"},
-         {"Flag=\nFlag2===\nFlag3 = = x\nMode=1\nMODE = 2\n", "flag=;flag2=;flag3== x;mode=2;"},
-         {"a.b=c\na=b=c\nproduct.x=1\n", "a=b=c;a.b=c;product.x=1;"},
-         {"\xC3\x89Z=\xC3\x89 \xF0\x9F\x98\x80\n", "\xC3\x89z=\xC3\x89 \xF0\x9F\x98\x80;"},
-         {{"a=x\0y\n", 6}, {"a=x\0y;", 6}},
-         // Keys that store nothing.
-         {"==value\n= =\nproduct=x\nPRODUCT = x\n", ""}});
+    expectMaps({
+        {"Install_Dir = /opt/app\n", "install_dir=/opt/app;"},
+        {"mode==Full Run # fast\n", "mode=Full Run # fast;"},
+        {"\t Mode \v=\f X Y \r\n", "mode=X Y;"},
+        {"last=1\r", "last=1;"},
+        {"flag=\n", "flag=;"},
+        {"flag===\n", "flag=;"},
+        {"flag = = x\n", "flag== x;"},
+        {"a=b=c\n", "a=b=c;"},
+        {"a.b=c\n", "a.b=c;"},
+        {"product.x=1\n", "product.x=1;"},
+        {"\xC3\x89Z=\xC3\x89 \xF0\x9F\x98\x80\n", "\xC3\x89z=\xC3\x89 \xF0\x9F\x98\x80;"},
+        {{"a=x\0y\n", 6}, {"a=x\0y;", 6}},
+    });
+}
+
+TEST_F(InputFile, StoresNothingForAnEmptyKeyOrForProduct) {
+    expectMaps({{"==value\n", ""}, {"= =\n", ""}, {"product=x\n", ""}, {"PRODUCT = x\n", ""}});
 }
 
 TEST_F(InputFile, StoresProductNamesAsAList) {
@@ -78,7 +92,8 @@ TEST_F(InputFile, StoresProductNamesAsAList) {
 
 TEST_F(InputFile, KeepsTheLastLineForAKey) {
     expectMaps(
-        {{"install_dir=1\ninstall2=2\ninstall=3", "install=3;install2=2;install_dir=1;"},
+        {{"Mode=1\nMODE = 2\n", "mode=2;"},
+         {"install_dir=1\ninstall2=2\ninstall=3", "install=3;install2=2;install_dir=1;"},
          {"tools=y\ntools.product_a\n", "tools:[product a];"},
          {"tools.product_a\ntools=y\nproduct.A\nproduct=y\n", "product:[product a][A];tools=y;"},
          {"t.product1\nproduct.B\nt=y\nproduct.C\nt.product2\nproduct.D\nu.product3\nu=z",
@@ -99,17 +114,19 @@ TEST_F(InputFile, ReturnsAndRecordsItsInputLines) {
     EXPECT_THAT(sink.take(), IsEmpty());
 }
 
-TEST_F(InputFile, ConvertsTextUpToItsLastLineFeed) {
-    // The first line has a name of blanks, which is trimmed later; the second line has no name.
+TEST_F(InputFile, ConvertsUntrimmedLinesUpToTheLastLineFeed) {
+    // The blank after "product." counts as a name, which is then trimmed.
     auto const map = parser_.convertInputsToPropertyMap("product. \nproduct.\n#b = 2\nc=3");
     EXPECT_EQ(shown(map), "#b=2;product:[];");
 }
 
 TEST_F(InputFile, TrimsAndReplacesCharacters) {
     EXPECT_EQ(parser_.trim(" \t\r\n\f\va b\v\f\n\r\t "), "a b");
-    EXPECT_EQ(parser_.trim(" \v") + parser_.ltrim("\t") + parser_.rtrim("\f") + parser_.trim(""),
-              "");
-    EXPECT_EQ(parser_.ltrim("\v\fx ") + parser_.rtrim(" x \r"), "x  x");
+    EXPECT_EQ(parser_.trim(" \v"), "");
+    EXPECT_EQ(parser_.ltrim("\t"), "");
+    EXPECT_EQ(parser_.rtrim("\f"), "");
+    EXPECT_EQ(parser_.ltrim("\v\fx "), "x ");
+    EXPECT_EQ(parser_.rtrim(" x \r"), " x");
     EXPECT_EQ(parser_.stringToLowerCase("@A_DirZ[\xC3\x89"), "@a_dirz[\xC3\x89");
     std::u16string text = u"_a_ _";
     parser_.removeUnderscores(text);
@@ -138,7 +155,7 @@ TEST_F(InputFile, ThrowsIfTheFileIsMissing) {
     EXPECT_THAT(sink.take(), IsEmpty());
 }
 
-TEST_F(InputFile, IsEmptyIfItCannotBeRead) {
+TEST_F(InputFile, YieldsAnEmptyMapIfUnreadable) {
     EXPECT_EQ(parsed(utf16(directory_ / "")), "");
     EXPECT_EQ(parsed(u"/proc/self/mem"), "");  // Opens, but the first read fails.
     deny_access(write_file(directory_ / "inputs.txt", "a=1\n"));
@@ -157,16 +174,16 @@ TEST_F(InputFile, RejectsMalformedText) {
 }
 
 // Lines that end where one of the stream's buffers ends, and lines that are longer than a buffer.
-TEST_F(InputFile, MayContainLinesOfAnyLength) {
+TEST_F(InputFile, ReadsLinesOfAnyLength) {
     for (auto const length : {4092U, 4093U, 4094U, 4095U, 65532U, 65533U, 65534U, 65535U, 131068U,
-                              131069U, 131070U, 100'000'000U}) {
+                              131069U, 131070U, 10'000'000U}) {
         std::string const value(length, 'v');
         EXPECT_TRUE(parsedText("a=" + value + "\n#=1\nb=1") == "a=" + value + ";b=1;") << length;
     }
 }
 
 // The lines arrive in parts, and signals interrupt the calls that wait for the writer.
-TEST_F(InputFile, MayBeAPipe) {
+TEST_F(InputFile, ReadsFromAPipe) {
     auto const pipe = directory_ / "pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     auto const signals = with_signals();
@@ -180,6 +197,36 @@ TEST_F(InputFile, MayBeAPipe) {
     });
     EXPECT_EQ(parsed(utf16(pipe)), "first=1;product:[x];second=2;");
     writer.join();
+}
+
+// Reading a terminal fails while another process group has it.
+TEST_F(InputFile, DropsALineThatAFailedReadCuts) {
+    int const terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_EQ(::grantpt(terminal) + ::unlockpt(terminal), 0);
+    std::string const name = ::ptsname(terminal);
+    auto const write = [=](std::string const& text) {
+        EXPECT_EQ(::write(terminal, text.data(), text.size()), text.size());
+    };
+    auto const child = [&] {
+        ::setsid();
+        int const input = ::open(name.c_str(), O_RDWR);  // The controlling terminal.
+        termios settings = {};
+        ::tcgetattr(input, &settings);
+        ::cfmakeraw(&settings);
+        ::tcsetattr(input, TCSANOW, &settings);
+        ::signal(SIGTTIN, SIG_IGN);
+        RecordSink sink(channel_name);
+        sink.callForEach([&](std::string const&) {
+            auto const other_group = start_child([] { ::pause(); });
+            ::setpgid(other_group, other_group);
+            EXPECT_EQ(::tcsetpgrp(input, other_group), 0);
+            write("t/app\n");
+        });
+        write("a=1\ninstall_dir=/op");
+        EXPECT_EQ(parsed(TextConversion::fromUtf8(name)), "a=1;");
+    };
+    EXPECT_EQ(status_of(start_child(child)), 0);
+    ::close(terminal);
 }
 
 TEST_F(InputFile, KeepsTheLastLineOfEachOfManyKeys) {
@@ -210,4 +257,4 @@ TEST_F(InputFile, DoesNotTakeQuadraticTimeForProductLines) {
 }
 
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

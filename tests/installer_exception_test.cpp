@@ -10,7 +10,7 @@ std::string shown(InstallerException const& error) {
            error.getSecondaryErrorMessage() + "|" + error.getLocation() + "|" + error.what();
 }
 
-TEST(InstallerException, ReturnsItsTexts) {
+TEST(InstallerException, ReturnsItsStrings) {
     EXPECT_EQ(shown(InstallerException("message")), "||message||message");
     EXPECT_EQ(shown(InstallerException("", "p", "", "")), "|p|||");
     std::string const long_text(100, 's');

@@ -1,13 +1,13 @@
 #include "utilities/installer_locale.h"
 
-#include "tests/support.h"
+#include "tests/files.h"
 
 namespace install::cpputil::installer_locale {
 namespace {
 
-using namespace testing;
+using namespace tests;
 
-TEST(InstallerLocale, IsTheLocaleOfMessages) {
+TEST(InstallerLocale, CombinesLanguageAndRegion) {
     struct Row {
         std::optional<std::string> lc_all, lc_messages, lang;
         std::string locale;

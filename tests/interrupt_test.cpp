@@ -2,12 +2,17 @@
 
 #include <chrono>
 
-#include "tests/support.h"
+#include "platform/platform_info.h"
+#include "tests/files.h"
+#include "tests/processes.h"
+#include "tests/record_sink.h"
+#include "utilities/input_file_parser.h"
+#include "utilities/logger.h"
 
 namespace install::cpputil::interrupt {
 namespace {
 
-using namespace testing;
+using namespace tests;
 using std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
@@ -68,10 +73,16 @@ TEST_F(Interrupt, ChangesTheFlagBeforeItsRecord) {
     detail::unset();
 }
 
-TEST_F(Interrupt, CanBeCancelledInAPauseButNotInARecord) {
+// The sink uses the library, whose guards against cancellation are then nested.
+TEST_F(Interrupt, IsACancellationPointInAPauseButNotInARecord) {
     auto const present = with_variable(variable, "1");
     auto const child = [this] {
-        sink_.callForEach([](std::string const&) { ::pthread_testcancel(); });
+        sink_.callForEach([](std::string const&) {
+            logger::append_message(u"");
+            static_cast<void>(PlatformInfo().userName());
+            InputFileParser().parse(u"/dev/null");
+            ::pthread_testcancel();
+        });
         std::thread([] {
             ::pthread_cancel(::pthread_self());
             set();

@@ -2,13 +2,16 @@
 
 #include <sys/resource.h>
 
+#include <clocale>
+#include <ctime>
 #include <future>
 
+#include "platform/diagnostic_channel.h"
 #include "platform/file_system_service.h"
 #include "platform/platform_info.h"
-#include "tests/support.h"
+#include "tests/files.h"
 
-namespace install::cpputil::testing {
+namespace install::cpputil::tests {
 namespace {
 
 TEST(Path, ReducesRunsOfSeparatorsToOne) {
@@ -48,7 +51,7 @@ TEST(FileSystemService, ReadsTheTemporaryDirectoryFromTheEnvironment) {
     }
 }
 
-TEST(FileSystemService, FindsNoEntryIfANameCannotBeResolved) {
+TEST(FileSystemService, ExistsReturnsFalseForUnresolvableNames) {
     TemporaryDirectory const directory;
     fs::create_symlink("circular", directory / "circular");
     fs::create_symlink("none", directory / "dangling");
@@ -92,6 +95,35 @@ TEST(PlatformInfo, ReturnsTheLastKnownNameWhileTheUserDatabaseFails) {
     EXPECT_NE(name_of(unknown), "");
 }
 
+/// Selects a locale in which every month has the name "m", which the test creates in \p directory.
+void set_locale(TemporaryDirectory const& directory) {
+    write_file(directory / "charmap",
+               "<code_set_name> X\n<escape_char> /\nCHARMAP\n"
+               "<U0000>..<U007F> /x00 ASCII\nEND CHARMAP\n");
+    write_file(directory / "source",
+               "LC_TIME\n"
+               "abmon \"m\";\"m\";\"m\";\"m\";\"m\";\"m\";\"m\";\"m\";\"m\";\"m\";\"m\";\"m\"\n"
+               "END LC_TIME\n");
+    auto const d = directory / "";
+    auto const create = "localedef --quiet -c -f " + d.native() + "charmap -i " + d.native() +
+                        "source " + d.native() + "xx >/dev/null 2>&1";
+    // The status is 1, because the source has no other categories.
+    EXPECT_EQ(WEXITSTATUS(std::system(create.c_str())), 1);
+    auto const locales = with_variable("LOCPATH", d);
+    EXPECT_NE(std::setlocale(LC_TIME, "xx"), nullptr);
+}
+
+TEST(PlatformInfo, FormatsEnglishTimesInEveryLocale) {
+    TemporaryDirectory const directory;
+    set_locale(directory);
+    std::time_t const time = 1772508907;  // 3 March 2026, 3:35:07 UTC
+    std::string text(100, ' ');
+    text.resize(std::strftime(text.data(), text.size(), "%b", std::gmtime(&time)));
+    EXPECT_EQ(text, "m");
+    EXPECT_EQ(PlatformInfo::formatTime(time, "%b"), "Mar");
+    std::setlocale(LC_TIME, "C");
+}
+
 TEST(PlatformInfo, FormatsLocalTime) {
     auto zone = with_variable("TZ", "XYZ-5:30");
     ::tzset();
@@ -110,7 +142,7 @@ TEST(PlatformInfo, FormatsLocalTime) {
 }
 
 // ThreadSanitizer reports an access that no lock guards.
-TEST(PlatformServices, MayBeUsedByManyThreads) {
+TEST(PlatformServices, AreThreadSafe) {
     PlatformInfo const info;
     std::function<void()> const uses[] = {
         [&] { static_cast<void>(info.userName()); },
@@ -133,4 +165,4 @@ TEST(PlatformServices, MayBeUsedByManyThreads) {
 }
 
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

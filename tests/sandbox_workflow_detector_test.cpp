@@ -1,9 +1,9 @@
 #include "utilities/sandbox_workflow_detector.h"
 
 #include "platform/file_system_service.h"
-#include "tests/support.h"
+#include "tests/files.h"
 
-namespace install::cpputil::testing {
+namespace install::cpputil::tests {
 namespace {
 
 class SandboxWorkflow : public ::testing::Test {
@@ -33,7 +33,7 @@ TEST_F(SandboxWorkflow, IsNotDetectedIfTheSystemReportsAnError) {
     EXPECT_THROW(detector_.isSandboxPathExist(), fs::filesystem_error);
 }
 
-TEST_F(SandboxWorkflow, MayBeDecidedByADerivedClass) {
+TEST_F(SandboxWorkflow, CallsTheVirtualQuery) {
     struct Decided : SandboxWorkflowDetector {
         explicit Decided(bool exists) : exists_(exists) {}
         bool isSandboxPathExist() const override { return exists_ ? true : throw 42; }
@@ -44,4 +44,4 @@ TEST_F(SandboxWorkflow, MayBeDecidedByADerivedClass) {
 }
 
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

@@ -1,8 +1,8 @@
 #include "platform/text_conversion.h"
 
-#include "tests/support.h"
+#include "tests/files.h"
 
-namespace install::cpputil::testing {
+namespace install::cpputil::tests {
 namespace {
 
 TEST(TextConversion, PreservesEveryCharacter) {
@@ -16,11 +16,11 @@ TEST(TextConversion, PreservesEveryCharacter) {
         {"\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", u"\u0800\uD7FF\uE000\uFFFF"},
         {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", u"\U00010000\U0010FFFF"},
         {"\xEF\xBB\xBFx", u"\uFEFFx"},
-        {"\xE4\xB8\x80", u"\u4E00"},  // The low byte is that of NUL.
+        {"\xE4\xB8\x80", u"\u4E00"},  // Its low byte is zero.
         {"\xC3\xA9 1\xE4\xB8\x80 12345678901\xF0\x9F\x98\x80\xC3\xA9",
          u"\u00E9 1\u4E00 12345678901\U0001F600\u00E9"}};
     for (auto const& [narrow, wide] : texts) {
-        // Conversion reads ASCII in words of eight bytes. Tests every position relative to a word.
+        // ASCII is read in 8-byte words: test every alignment.
         for (std::size_t distance = 0; distance != 81; ++distance) {
             auto const before = distance / 9;
             auto const after = distance % 9;
@@ -73,4 +73,4 @@ TEST(TextConversion, ReadsNothingAfterTheEndOfAView) {
 }
 
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

@@ -32,3 +32,19 @@ extern "C" bool use_library(char const* log, char const* input_file) {
     interrupt::set();
     return worked_early && fresh && InputFileParser().parse(u"/dev/null").empty();
 }
+
+/// Appends \p message to the log and enables a channel.
+extern "C" void log_and_enable(char const* message) {
+    logger::append_message(std::string(message));
+    DiagnosticChannel::setEnabledSeverities("install::cpputil::interrupt", 0);
+}
+
+/// Calls services after the library was destroyed. Returns whether they had no effect.
+extern "C" bool use_library_after_exit(char const* log) {
+    log_and_enable("too late");
+    logger::Logger const too_late(std::string(log) + ".new");
+    logger::append_file(std::string(log));
+    interrupt::set();
+    return logger::get_destination().string().empty() &&
+           logger::detail::get_last_destination().string().empty();
+}

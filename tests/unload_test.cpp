@@ -1,10 +1,14 @@
 // Loads and unloads the library many times through a plugin. The test is not linked with the library.
 
 #include <dlfcn.h>
+#include <pthread.h>
 
-#include "tests/support.h"
+#include <cstdlib>
 
-namespace install::cpputil::testing {
+#include "tests/files.h"
+#include "tests/processes.h"
+
+namespace install::cpputil::tests {
 namespace {
 
 bool is_library_loaded() {
@@ -12,26 +16,83 @@ bool is_library_loaded() {
     return handle != nullptr && ::dlclose(handle) == 0;
 }
 
+using UseLibrary = bool (*)(char const* log, char const* input_file);
+using LogAndEnable = void (*)(char const* message);
+using UseLibraryAfterExit = bool (*)(char const* log);
+
+/// The plugin, which loads the library.
+class Plugin {
+public:
+    Plugin() : handle_(::dlopen(INSTALL_CPPUTIL_PLUGIN, RTLD_NOW | RTLD_LOCAL)) {
+        if (handle_ == nullptr) {
+            throw std::runtime_error(::dlerror());
+        }
+    }
+    Plugin(Plugin const&) = delete;
+    ~Plugin() { ::dlclose(handle_); }
+
+    template <typename Function>
+    Function find(char const* name) const {
+        return reinterpret_cast<Function>(::dlsym(handle_, name));
+    }
+
+private:
+    void* const handle_;
+};
+
 TEST(Library, CanBeUnloaded) {
     TemporaryDirectory const directory;
     auto const log = (directory / "log").native();
     auto const descriptors = open_descriptors();
     for (int round = 0; round != 1000; ++round) {
-        void* const plugin = ::dlopen(INSTALL_CPPUTIL_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(plugin, nullptr) << ::dlerror();
-        auto* const use_library =
-            reinterpret_cast<bool (*)(char const*, char const*)>(::dlsym(plugin, "use_library"));
-        ASSERT_TRUE(use_library(log.c_str(), "/dev/null")) << "not in its initial state";
+        std::optional<Plugin> plugin(std::in_place);
+        ASSERT_TRUE(plugin->find<UseLibrary>("use_library")(log.c_str(), "/dev/null"))
+            << "not in its initial state";
         auto const size = fs::file_size(log);
         ASSERT_TRUE(is_library_loaded());
-        ::dlclose(plugin);
+        plugin.reset();
         ASSERT_FALSE(is_library_loaded());
         ASSERT_EQ(fs::file_size(log), size);
-        // Fails if e.g. a handler for fork is still registered.
+        // Crashes if a fork handler is still registered.
         ASSERT_EQ(status_of(start_child([] {})), 0);
     }
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
+// The library's fork handlers, which were registered later, lock its mutexes first.
+TEST(Library, CanBeUsedInForkHandlersRegisteredBeforeItIsLoaded) {
+    static LogAndEnable use = nullptr;
+    auto const handler = [] { use != nullptr ? use("fork") : void(); };
+    ASSERT_EQ(::pthread_atfork(handler, handler, handler), 0);
+    TemporaryDirectory const directory;
+    auto const log = (directory / "log").native();
+    Plugin const plugin;
+    plugin.find<UseLibrary>("use_library")(log.c_str(), "/dev/null");
+    auto const size = fs::file_size(log);
+    use = plugin.find<LogAndEnable>("log_and_enable");
+    EXPECT_EQ(status_of(start_child([] {})), 0);
+    use = nullptr;
+    auto const size_of_entry = std::string("(Nov 16, 2026 17:22:45) fork\n").size();
+    EXPECT_EQ(fs::file_size(log), size + 3 * size_of_entry);
+}
+
+// Functions that were registered before the library was loaded run after its destructors.
+TEST(Library, DoesNothingAfterExit) {
+    TemporaryDirectory const directory;
+    static std::string log;
+    static UseLibraryAfterExit use = nullptr;
+    log = directory / "log";
+    auto const child = [] {
+        std::atexit([] { ::_exit(use(log.c_str()) ? 0 : 1); });
+        static auto const& plugin = *new Plugin;
+        plugin.find<UseLibrary>("use_library")(log.c_str(), "/dev/null");
+        use = plugin.find<UseLibraryAfterExit>("use_library_after_exit");
+        std::exit(0);
+    };
+    EXPECT_EQ(status_of(start_child(child)), 0);
+    EXPECT_THAT(read_file(log), ::testing::Not(HasSubstr("too late")));
+    EXPECT_FALSE(fs::exists(log + ".new"));
+}
+
 }  // namespace
-}  // namespace install::cpputil::testing
+}  // namespace install::cpputil::tests

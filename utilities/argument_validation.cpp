@@ -49,7 +49,7 @@ bool is_readable_file(std::string const& value) {
     if (!FileSystemService::exists(path)) {
         return false;
     }
-    InputFileStream stream(path, InputFileStream::PipeMode::no_wait);
+    InputFileStream stream(path);
     return stream.isOpen() && stream.endPosition() > 0;
 }
 

@@ -31,13 +31,39 @@ auto retry(Call call) noexcept {
     return result;
 }
 
+/// Occupies the numbers of closed standard streams with /dev/null.
+void occupy_standard_streams() noexcept {
+    for (;;) {
+        auto const number = retry([] { return ::open("/dev/null", O_RDONLY); });
+        if (number < 0) {
+            return;
+        }
+        if (number > STDERR_FILENO) {
+            ::close(number);
+            return;
+        }
+    }
+}
+
+/// Replaces a descriptor that has the number of a closed standard stream, to which other threads may
+/// print.
+Descriptor above_standard_streams(Descriptor file) noexcept {
+    Descriptor moved(
+        retry([&] { return ::fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }));
+    file.close();
+    occupy_standard_streams();
+    return moved;
+}
+
 Descriptor open_file(Path const& path, int flags, mode_t mode = 0) noexcept {
     if (path.string().empty()) {
         errno = ENOENT;
         return {};
     }
-    return Descriptor(retry(
+    Descriptor file(retry(
         [&] { return ::open(path.narrowName().c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); }));
+    return file.isOpen() && file.get() <= STDERR_FILENO ? above_standard_streams(std::move(file))
+                                                        : std::move(file);
 }
 
 /// Opens \p path without waiting for the other end of a pipe: if nothing reads a pipe, it cannot be
@@ -56,14 +82,9 @@ Descriptor open_without_waiting(Path const& path, int flags, mode_t mode = 0) no
     }
 }
 
-Descriptor open_for_reading(Path const& path, InputFileStream::PipeMode mode) noexcept {
-    auto file = mode == InputFileStream::PipeMode::wait ? open_file(path, O_RDONLY)
-                                                        : open_without_waiting(path, O_RDONLY);
+mode_t type_of(Descriptor const& file) noexcept {
     struct stat status = {};
-    if (file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode)) {
-        return {};
-    }
-    return file;
+    return file.isOpen() && ::fstat(file.get(), &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
 
 constexpr int append_flags = O_WRONLY | O_APPEND | O_CREAT;
@@ -80,17 +101,23 @@ Descriptor open_private_file(Path const& path) noexcept {
 
 }  // namespace
 
-Descriptor::~Descriptor() {
+void Descriptor::close() noexcept {
     CancellationGuard const uncancelled;
     // Not repeated after EINTR: the descriptor is closed by then and may already belong to another
     // thread.
     if (isOpen()) {
-        ::close(value_);
+        ::close(std::exchange(value_, none));
     }
 }
 
-InputFileStream::InputFileStream(Path const& path, PipeMode mode)
-    : descriptor_(open_for_reading(path, mode)) {}
+InputFileStream::InputFileStream(Path const& path)
+    : descriptor_(open_without_waiting(path, O_RDONLY)) {
+    auto const type = type_of(descriptor_);
+    needsWriter_ = type == S_IFIFO;
+    if (type == S_IFDIR) {
+        descriptor_.close();
+    }
+}
 
 InputFileStream::~InputFileStream() = default;
 
@@ -123,14 +150,32 @@ bool InputFileStream::fill() {
     if (end_ == capacity_) {
         makeRoom();
     }
-    auto const count =
-        retry([&] { return ::read(descriptor_.get(), buffer_ + end_, capacity_ - end_); });
+    if (std::exchange(needsWriter_, false)) {
+        awaitInput();
+    }
+    auto const read = [&] { return ::read(descriptor_.get(), buffer_ + end_, capacity_ - end_); };
+    auto count = retry(read);
+    while (count == -1 && errno == EAGAIN) {
+        awaitInput();
+        count = retry(read);
+    }
+    if (count < 0) {
+        begin_ = end_;
+    }
     if (count <= 0) {
         atEnd_ = true;
         return false;
     }
     end_ += static_cast<std::size_t>(count);
     return true;
+}
+
+/// Waits until a read would not block. The calling thread can be cancelled meanwhile: `poll`, unlike
+/// `open` and `read`, leaves nothing behind if its thread is.
+void InputFileStream::awaitInput() {
+    pollfd input = {descriptor_.get(), POLLIN, 0};
+    while (::poll(&input, 1, -1) == -1 && errno == EINTR) {
+    }
 }
 
 /// Moves the unread bytes to the start of the buffer. Replaces the initial buffer, and a buffer that a

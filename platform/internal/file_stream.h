@@ -19,8 +19,9 @@ public:
     explicit Descriptor(int value) noexcept : value_(value) {}
     Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, none)) {}
     Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor();
+    ~Descriptor() { close(); }
 
+    void close() noexcept;
     bool isOpen() const noexcept { return value_ != none; }
     int get() const noexcept { return value_; }
 
@@ -30,20 +31,18 @@ private:
     int value_ = none;
 };
 
-/// A file, pipe or device open for reading, byte by byte without translation.
+/// A file, pipe or device opened for reading raw bytes.
 ///
 /// \par Thread safety
 ///     Only one thread at a time may use a stream.
 /// \par Cancellation
-///     A thread is not cancelled while it opens, reads or closes a stream.
+///     A thread can be cancelled while it waits for a pipe or a terminal, and not otherwise.
 class InputFileStream final {
 public:
-    /// Whether opening a pipe waits for a writer. With `no_wait`, reading it does not wait, either.
-    enum class PipeMode { wait, no_wait };
-
-    /// Opens \p path. If it is missing, is a directory or cannot be opened for reading, the stream is
-    /// not open.
-    explicit InputFileStream(Path const& path, PipeMode mode = PipeMode::wait);
+    /// Opens \p path. The stream is not open if the file is missing, is a directory or cannot be opened
+    /// for reading. Does not wait for the writer of a pipe. If another process has a lease on the file,
+    /// waits up to a minute until the system breaks it.
+    explicit InputFileStream(Path const& path);
     InputFileStream(InputFileStream const&) = delete;
     InputFileStream& operator=(InputFileStream const&) = delete;
     ~InputFileStream();
@@ -51,23 +50,26 @@ public:
     /// Returns whether the constructor could open the file.
     bool isOpen() const noexcept;
 
-    /// Returns the next line, of any length, without the line feed that ends it, or nothing at the
-    /// end of the file. A last line without a line feed counts; a failed read ends the file.
+    /// Returns the next line without its line feed, or `std::nullopt` at end of file. The last line need
+    /// not end with a line feed. A read error is treated as end of file; a line that it cuts is dropped.
+    /// Waits for a pipe until a writer has opened it and the line is complete.
     ///
     /// The line refers to memory of this stream and is valid until the next call.
     /// \throws std::bad_alloc if a line does not fit into memory
     std::optional<std::string_view> readLine();
 
-    /// Returns the position of the file's end, in bytes: the file's size as the system reports it,
-    /// e.g. 0 for entries of /proc. Returns -1 for a file without positions, such as a pipe, and for a
-    /// stream that is not open.
+    /// Returns the file's size as reported by the system (0 in /proc), or -1 if the file is not seekable
+    /// or the stream is not open.
     std::int64_t endPosition() noexcept;
 
 private:
     bool fill();
     void makeRoom();
+    void awaitInput();
 
     Descriptor descriptor_;
+    // True until a writer has opened the pipe; until then, reading it would report its end.
+    bool needsWriter_;
     // The first buffer: a small file needs no allocation.
     std::array<char, 4096> initial_;
     // The buffer that replaces initial_ when it is full; null until then.

@@ -35,8 +35,8 @@ private:
     alignas(Object) std::byte storage_[sizeof(Object)] = {};
 };
 
-/// Creates the object and protects its mutex in forks. The destructor waits up to a second for an
-/// access in progress. If the access takes longer, or belongs to this thread because a sink has
+/// Creates the object and protects its mutex in forks. The destructor waits for an access in progress
+/// until `exit_deadline`. If the access takes longer, or belongs to this thread because a sink has
 /// called exit, the object is still in use and is not destroyed.
 template <typename Object>
 class Guarded<Object>::Lifetime {
@@ -49,7 +49,7 @@ public:
     Lifetime& operator=(Lifetime const&) = delete;
     ~Lifetime() {
         guarded_.hasEnded_ = true;
-        if (guarded_.mutex_.lockUntil(in_a_second())) {
+        if (guarded_.mutex_.lockUntil(exit_deadline())) {
             std::exchange(guarded_.object_, nullptr)->~Object();
             guarded_.mutex_.unlock();
         }

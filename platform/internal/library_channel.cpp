@@ -1,5 +1,7 @@
 #include "platform/internal/library_channel.h"
 
+#include <pthread.h>
+
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/keywords/channel.hpp>
 #include <boost/log/keywords/severity.hpp>
@@ -53,7 +55,6 @@ void create_severity_storage() {
 }  // namespace
 
 constinit LibraryMutex LibraryChannel::registryMutex_(LibraryMutex::Rank::channel_registry);
-LibraryMutex::ForkRegistration const LibraryChannel::registryMutexRegistration_(registryMutex_);
 constinit LibraryChannel* LibraryChannel::first_ = nullptr;
 constinit bool LibraryChannel::hasEnded_ = false;
 
@@ -86,16 +87,53 @@ private:
 /// Counts a record that is being written, so that `close` does not destroy the source meanwhile.
 class LibraryChannel::RecordInProgress {
 public:
-    explicit RecordInProgress(LibraryChannel& channel) noexcept : channel_(channel) {
+    explicit RecordInProgress(LibraryChannel& channel) noexcept
+        : channel_(channel), outer_(std::exchange(innermost_, this)) {
         channel_.recordsInProgress_.fetch_add(1);
     }
     RecordInProgress(RecordInProgress const&) = delete;
     RecordInProgress& operator=(RecordInProgress const&) = delete;
-    ~RecordInProgress() { channel_.recordsInProgress_.fetch_sub(1); }
+    ~RecordInProgress() {
+        channel_.recordsInProgress_.fetch_sub(1);
+        innermost_ = outer_;
+    }
+
+    /// Returns how many records of \p channel the calling thread is writing: more than 0 in a sink.
+    static unsigned ownCount(LibraryChannel const& channel) noexcept {
+        unsigned count = 0;
+        for (auto const* record = innermost_; record != nullptr; record = record->outer_) {
+            count += &record->channel_ == &channel ? 1 : 0;
+        }
+        return count;
+    }
 
 private:
+    static thread_local constinit RecordInProgress* innermost_;
+
     LibraryChannel& channel_;
+    // The record from whose sink the calling thread writes this one.
+    RecordInProgress* const outer_;
 };
+
+thread_local constinit LibraryChannel::RecordInProgress*
+    LibraryChannel::RecordInProgress::innermost_ = nullptr;
+
+struct LibraryChannel::ForkRegistration {
+    ForkRegistration() noexcept : mutex(registryMutex_) {
+        static_cast<void>(::pthread_atfork(nullptr, nullptr, afterForkInChild));
+    }
+    LibraryMutex::ForkRegistration mutex;
+};
+
+LibraryChannel::ForkRegistration const LibraryChannel::forkRegistration_;
+
+/// The threads that were writing other records do not exist in the child.
+void LibraryChannel::afterForkInChild() noexcept {
+    LibraryMutex::Lock const lock(registryMutex_);
+    for (auto* each = first_; each != nullptr; each = each->next_) {
+        each->recordsInProgress_.store(RecordInProgress::ownCount(*each));
+    }
+}
 
 void LibraryChannel::open(std::string name) {
     auto source = std::make_unique<Source>(std::move(name));
@@ -104,7 +142,7 @@ void LibraryChannel::open(std::string name) {
     next_ = std::exchange(first_, this);
 }
 
-void LibraryChannel::close() noexcept {
+bool LibraryChannel::close(TimePoint deadline) noexcept {
     {
         LibraryMutex::Lock const lock(registryMutex_);
         auto** link = &first_;
@@ -114,12 +152,16 @@ void LibraryChannel::close() noexcept {
         *link = next_;
         enabledSeverities_.store(0);
     }
-    // During process exit, other threads may still write records. They must be out of Boost.Log
-    // before it is destroyed. A source that is still in use after a second is not destroyed.
     auto* const source = source_.exchange(nullptr);
-    if (wait_until(in_a_second(), [this] { return recordsInProgress_.load() == 0; })) {
+    // During process exit, other threads may still write records. They must be out of Boost.Log
+    // before it is destroyed.
+    auto const own = RecordInProgress::ownCount(*this);
+    bool const is_unused =
+        wait_until(deadline, [&] { return recordsInProgress_.load() == own; }) && own == 0;
+    if (is_unused) {
         delete source;
     }
+    return is_unused;
 }
 
 void LibraryChannel::push(Severity severity, std::initializer_list<Piece> pieces) {
@@ -161,7 +203,7 @@ LibraryChannel::Lifetime::~Lifetime() {
         LibraryMutex::Lock const lock(registryMutex_);
         hasEnded_ = true;
     }
-    channel_.close();
+    channel_.close(exit_deadline());
 }
 
 }  // namespace install::cpputil

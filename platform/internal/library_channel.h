@@ -37,8 +37,10 @@ public:
     /// Connects the channel to the logging core.
     void open(std::string name);
 
-    /// Disconnects the channel. Waits up to a second for records that other threads are writing.
-    void close() noexcept;
+    /// Disconnects the channel. Waits until \p deadline for records that other threads are writing.
+    /// Returns whether the channel is unused: neither a thread that did not finish in time nor a sink
+    /// that called exit is still writing a record.
+    bool close(TimePoint deadline) noexcept;
 
     /// Keeps one of the library's own channels open while the library is loaded.
     class Lifetime {
@@ -58,8 +60,11 @@ private:
 
     void push(Severity severity, std::initializer_list<Piece> pieces);
 
+    static void afterForkInChild() noexcept;
+
     static LibraryMutex registryMutex_;
-    static LibraryMutex::ForkRegistration const registryMutexRegistration_;
+    struct ForkRegistration;
+    static ForkRegistration const forkRegistration_;
     // The open channels of the process.
     static LibraryChannel* first_ GUARDED_BY(registryMutex_);
     // Set when the first of the library's own channels closes.

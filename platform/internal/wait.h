@@ -13,6 +13,10 @@ inline TimePoint in_a_second() noexcept {
     return std::chrono::steady_clock::now() + std::chrono::seconds(1);
 }
 
+/// Returns the time at which the library's destructors stop waiting for other threads: a second after
+/// the first call.
+TimePoint exit_deadline() noexcept;
+
 /// Waits until \p condition returns true. Returns false if it has not done so by \p deadline.
 ///
 /// Polls, since a busy log releases its mutex only briefly: with 16 threads that log, polling let

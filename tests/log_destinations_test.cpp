@@ -1,0 +1,342 @@
+// Changes of the log's destination, and calls of the log by a sink.
+
+#include <chrono>
+#include <future>
+#include <stdexcept>
+
+#include "tests/log.h"
+
+namespace install::cpputil::tests {
+namespace {
+
+class LogDestination : public LogTest {};
+
+TEST_F(LogDestination, IsReplaced) {
+    auto const a = path("new/dir/a"), b = path("b");
+    std::optional<Logger> outer, inner;
+    enableRecords();
+    outer.emplace(name("new/dir//a"));
+    EXPECT_THAT(records(), ElementsAre("4:set destinationD/new/dir/a",
+                                       "4: destination_file.string()=D/new/dir/a"));
+    EXPECT_EQ(destinations(), "new/dir/a|");
+    EXPECT_EQ(content("new/dir/a"), "");
+    inner.emplace(Path(name("b")));
+    EXPECT_THAT(records(),
+                ElementsAre("4:set destinationD/b",
+                            "4: destination_file.string()=D/new/dir/a ofile.string()=D/b",
+                            "4: msg=Reset destination file log D/new/dir/a to D/b",
+                            "8:flush destination", "4: last_destination_file.string()=D/new/dir/a",
+                            "8:unset destination", "4: destination_file.string()=D/b"));
+    EXPECT_EQ(destinations(), "b|new/dir/a");
+    Logger const back(get_last_destination());
+    EXPECT_EQ(destinations(), "new/dir/a|b");
+    Logger const again(get_destination());
+    EXPECT_EQ(destinations(), "new/dir/a|new/dir/a");
+    std::string const change = "T Reset destination file log ";
+    EXPECT_EQ(content("new/dir/a"),
+              change + a + " to " + b + "\n" + change + a + " to " + a + "\n");
+    EXPECT_EQ(content("b"), change + b + " to " + a + "\n");
+}
+
+TEST_F(LogDestination, IsUnsetByAnyLogger) {
+    std::optional<Logger> outer(name("a")), inner(name("b"));
+    enableRecords();
+    inner.reset();
+    EXPECT_EQ(destinations(), "|b");
+    EXPECT_THAT(records(),
+                ElementsAre("8:flush destination", "4: last_destination_file.string()=D/b",
+                            "8:unset destination"));
+    outer.reset();
+    EXPECT_EQ(destinations(), "|b");
+    EXPECT_THAT(records(), ElementsAre("4:no destination, keep last \"D/b\""));
+    EXPECT_THROW(
+        {
+            Logger const log(name("a"));
+            throw std::runtime_error("unwinds the stack");
+        },
+        std::runtime_error);
+    EXPECT_EQ(destinations(), "|a");
+    outer.emplace(name("b"));
+    logger::detail::forget_last_destination();
+    EXPECT_EQ(destinations(), "b|");
+}
+
+// The C++ library limits the number of directories that one call creates.
+TEST_F(LogDestination, MayBeInAThousandMissingDirectories) {
+    std::string file = "log";
+    for (int count = 0; count != 1'100; ++count) {
+        file.insert(0, "d/");
+    }
+    Logger const log(name(file));
+    EXPECT_EQ(destinations(), file + "|");
+}
+
+TEST_F(LogDestination, IsRejectedIfItCannotBeOpened) {
+    auto const file = write_file(path("file"), ""), d = path("");
+    write_file(path("log"), "");
+    ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0666), 0);
+    fs::permissions(path("pipe"), fs::perms::all);
+    fs::create_directory(path("closed"));
+    deny_access(path("closed"));
+    auto const user = as_user();
+    struct Row {
+        std::string destination;
+        char const* kind;      ///< of what cannot be provided, in the exception
+        char const* entry;     ///< the same in the old log
+        std::string reported;  ///< the path in both
+    };
+    Row const rows[] = {
+        {"", "open file", "file", ""},
+        {d, "open file", "file", d},
+        {d + "closed/x", "open file", "file", d + "closed/x"},
+        {d + "pipe", "open file", "file", d + "pipe"},
+        {file + "/x/y", "create directory", "folder", file + "/x"},
+        {d + "closed/x/y", "create directory", "folder", d + "closed/x"},
+    };
+    for (auto const& row : rows) {
+        auto const error =
+            std::string("Install Logger: Cannot ") + row.kind + " \"" + row.reported + "\"";
+        auto const entry = std::string("Unable to create specified ") + row.entry +
+                           " for installation log " + row.reported;
+        auto const set = [&] { Logger const rejected(row.destination); };
+        enableRecords();
+        EXPECT_EQ(error_text<std::runtime_error>(set), error);
+        EXPECT_THAT(sink_.take(), ElementsAre("4:set destination" + row.destination,
+                                              "4:set destination:" + error));
+
+        Logger const log(name("log"));
+        sink_.take();
+        EXPECT_EQ(error_text<std::runtime_error>(set), error);
+        EXPECT_THAT(sink_.take(), ElementsAre("4:set destination" + row.destination,
+                                              "4: msg=" + entry, "4:set destination:" + error));
+        disableRecords();
+        EXPECT_EQ(get_destination().string(), name("log"));
+        EXPECT_THAT(content("log"), ::testing::EndsWith("T " + entry + "\n"));
+    }
+    EXPECT_FALSE(exists(fallback_));
+    EXPECT_FALSE(exists("velmora_nobody.log"));
+}
+
+TEST_F(LogDestination, IsRejectedIfItIsNoPath) {
+    EXPECT_THROW(Logger const log(std::u16string(u"a\0b", 3)), std::invalid_argument);
+    EXPECT_THROW(Logger const log(std::string("\xFF")), TextConversionError);
+}
+
+class ThrowingSink : public LogTest {
+protected:
+    /// Creates a `Logger` while a sink throws at the record \p number. Returns whether there is one.
+    bool throwsAtRecord(int number) {
+        bool thrown = false;
+        callAtRecord(number, [&] {
+            thrown = true;
+            throw std::logic_error("sink");
+        });
+        try {
+            Logger const log(name("log"));
+            disableRecords();  // The destructor writes records, too.
+        } catch (std::logic_error const&) {
+            EXPECT_TRUE(thrown);
+        }
+        return thrown;
+    }
+    void expectUnchanged(int records) {
+        auto const before = destinations();
+        for (int number = 0; number != records; ++number) {
+            EXPECT_TRUE(throwsAtRecord(number)) << "record " << number;
+            EXPECT_EQ(destinations(), before) << "record " << number;
+        }
+        EXPECT_FALSE(throwsAtRecord(records));
+    }
+};
+
+TEST_F(ThrowingSink, LeavesTheDestinationUnset) {
+    constexpr int records_of_first_destination = 2;
+    expectUnchanged(records_of_first_destination);
+}
+
+TEST_F(ThrowingSink, LeavesTheDestinationAsItWas) {
+    Logger const old(name("old"));
+    constexpr int records_of_replaced_destination = 7;
+    expectUnchanged(records_of_replaced_destination);
+}
+
+// At each record of one change in turn, another thread starts a second change. The result must equal
+// one of the two serial orders.
+class ConcurrentChanges : public LogTest {
+protected:
+    enum class Change { set_b, set_c, unset_a };
+    struct Row {
+        bool starts_with_a;
+        Change first, second;
+    };
+
+    void start(bool with_a) {
+        for (std::string const file : {"a", "b", "c"}) {
+            loggers_[file].reset();
+            fs::remove(path(file));
+        }
+        if (with_a) {
+            loggers_["a"].emplace(name("a"));
+        }
+        logger::detail::forget_last_destination();
+    }
+
+    void apply(Change change) {
+        if (change == Change::unset_a) {
+            loggers_["a"].reset();
+        } else {
+            std::string const file = change == Change::set_b ? "b" : "c";
+            loggers_[file].emplace(name(file));
+        }
+    }
+
+    std::string result() const {
+        return destinations() + "|" + content("a") + content("b") + content("c");
+    }
+
+    std::string serialResult(bool with_a, Change first, Change second) {
+        start(with_a);
+        apply(first);
+        apply(second);
+        return result();
+    }
+
+    /// Starts the second change at the record \p number of the first one. Returns nothing if the first
+    /// one has fewer records.
+    std::optional<std::string> concurrentResult(Row const& row, int number) {
+        start(row.starts_with_a);
+        std::future<void> second;
+        callAtRecord(number, [&] {
+            second = std::async(std::launch::async, [&] { apply(row.second); });
+            // If the log is locked, the second change waits for the first one.
+            second.wait_for(std::chrono::milliseconds(20));
+        });
+        apply(row.first);
+        disableRecords();
+        if (!second.valid()) {
+            return std::nullopt;
+        }
+        second.get();
+        return result();
+    }
+
+private:
+    std::map<std::string, std::optional<Logger>> loggers_;
+};
+
+TEST_F(ConcurrentChanges, AreAtomic) {
+    Row const rows[] = {{false, Change::set_b, Change::set_c},
+                        {true, Change::set_b, Change::set_c},
+                        {true, Change::unset_a, Change::set_b},
+                        {true, Change::set_b, Change::unset_a}};
+    for (auto const& row : rows) {
+        auto const serial = serialResult(row.starts_with_a, row.first, row.second);
+        auto const reversed = serialResult(row.starts_with_a, row.second, row.first);
+        int number = 0;
+        while (auto const concurrent = concurrentResult(row, number)) {
+            EXPECT_THAT(*concurrent, ::testing::AnyOf(serial, reversed)) << "record " << number;
+            ++number;
+        }
+        EXPECT_GT(number, 1);
+    }
+}
+
+// A path that refers to the log's own state changes while another thread sets a destination.
+TEST_F(ConcurrentChanges, AllowPathsOfTheLogAsArguments) {
+    auto const repeat = [](auto const& use) {
+        for (int count = 0; count != 500; ++count) {
+            try {
+                use();
+            } catch (std::runtime_error const&) {
+                // No destination is set at the moment.
+            }
+        }
+    };
+    auto const change = [] { Logger const log(u"/dev/null"); };
+    auto const set_again = [] { Logger const log(get_last_destination()); };
+    auto const copy = [] { append_file(get_destination()); };
+    auto const changing = std::async(std::launch::async, [&] { repeat(change); });
+    auto const setting = std::async(std::launch::async, [&] { repeat(set_again); });
+    repeat(copy);
+}
+
+TEST_F(ConcurrentChanges, BlockQueriesDuringAnEntry) {
+    Logger const log(name("dir/log"));
+    fs::remove_all(path("dir"));
+    for (auto* const query : {get_destination, get_last_destination}) {
+        std::future<void> answer;
+        callAtRecord(1, [&] {  // The record of a lost entry, which is written under the lock.
+            answer = std::async(std::launch::async, [query] { static_cast<void>(query()); });
+            EXPECT_EQ(answer.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+        });
+        append_message(u"lost");
+        answer.get();
+    }
+}
+
+class CallingSink : public LogTest {
+protected:
+    /// Calls \p action with every record, except for the records that the action causes.
+    void callAtEachRecord(std::function<void(std::string const& record)> const& action) {
+        enableRecords();
+        sink_.callForEach([=, is_calling = false](std::string const& record) mutable {
+            if (!is_calling) {
+                is_calling = true;
+                action(record);
+                is_calling = false;
+            }
+        });
+    }
+};
+
+TEST_F(CallingSink, FindsTheDestinationOfEachRecord) {
+    Logger const log(name("a"));
+    Path const &destination = get_destination(), &last = get_last_destination();
+    Strings states;
+    callAtEachRecord([&](std::string const& record) {
+        states.push_back(
+            shown(record + " | " + destination.narrowName() + " | " + last.narrowName()));
+        append_message("at " + shown(record));
+    });
+    std::optional<Logger> replacement(name("b"));
+    replacement.reset();
+    disableRecords();
+    EXPECT_THAT(
+        states,
+        ElementsAre(
+            "set destinationD/b | D/a | ",
+            " destination_file.string()=D/a ofile.string()=D/b | D/a | ",
+            " msg=Reset destination file log D/a to D/b | D/a | ", "flush destination | D/a | ",
+            " last_destination_file.string()=D/a | D/a | D/a", "unset destination | D/a | D/a",
+            " destination_file.string()=D/b | D/b | D/a", "flush destination | D/b | D/a",
+            " last_destination_file.string()=D/b | D/b | D/b", "unset destination | D/b | D/b"));
+    EXPECT_EQ(destinations(), "|b");
+    EXPECT_THAT(
+        messages(path("a")),
+        ElementsAre("at set destinationD/b", "at  destination_file.string()=D/a ofile.string()=D/b",
+                    "at  msg=Reset destination file log D/a to D/b",
+                    "Reset destination file log " + path("a") + " to " + path("b"),
+                    "at flush destination", "at  last_destination_file.string()=D/a",
+                    "at unset destination"));
+    // Nothing is appended at the record of the new destination.
+    EXPECT_THAT(messages(path("b")),
+                ElementsAre("at flush destination", "at  last_destination_file.string()=D/b",
+                            "at unset destination"));
+}
+
+TEST_F(CallingSink, ReplacesTheDestination) {
+    Logger const log(name("a"));
+    std::optional<Logger> other;
+    callAtEachRecord([&](std::string const& record) {
+        if (record == "flush destination" && !other) {
+            other.emplace(name("c"));
+        }
+    });
+    Logger const replacement(name("b"));
+    disableRecords();
+    EXPECT_EQ(destinations(), "b|c");
+    EXPECT_EQ(content("c"), "");
+}
+
+}  // namespace
+}  // namespace install::cpputil::tests
