@@ -21,8 +21,8 @@ namespace {
 
 using namespace install::cpputil;
 
-/// An input file of assignments with distinct keys in random order. The benchmark's argument is their
-/// number. A value is \p directory and a number. Some peers need a section.
+/// An input file of assignments with distinct keys in random order. The benchmark's argument is
+/// their number. A value is \p directory and a number. Some peers need a section.
 class InputFile {
 public:
     InputFile(benchmark::State const& state, std::string const& directory,

@@ -1,5 +1,6 @@
-// The cost of diagnostic records: an operation with its channel on, compared with the same operation
-// with its channel off, followed by the same records written directly to the logging core.
+// The cost of diagnostic records: an operation with its channel on, compared with the same
+// operation with its channel off, followed by the same records written directly to the logging
+// core.
 
 #include <benchmark/benchmark.h>
 

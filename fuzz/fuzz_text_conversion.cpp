@@ -1,4 +1,5 @@
-// Converting text and converting it back gives the same text. checkUtf8 reports the errors of fromUtf8.
+// Converting text and converting it back gives the same text. checkUtf8 reports the errors of
+// fromUtf8.
 
 #include <algorithm>
 #include <vector>

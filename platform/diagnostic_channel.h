@@ -20,9 +20,9 @@ enum class Severity : int {
 
 /// A named source of diagnostic records. Records go to the sinks of the process's Boost.Log core.
 ///
-/// A record has the attributes "Channel" (`std::string`) and "Severity" (`int`). Its message consists
-/// of pieces joined without separators. Every channel is initially disabled. To see its records,
-/// register a sink with the core and enable the channel:
+/// A record has the attributes "Channel" (`std::string`) and "Severity" (`int`). Its message
+/// consists of pieces joined without separators. Every channel is initially disabled. To see its
+/// records, register a sink with the core and enable the channel:
 ///
 ///     namespace log = boost::log;
 ///     log::add_console_log(std::cerr, log::keywords::format = log::expressions::stream
@@ -39,8 +39,8 @@ enum class Severity : int {
 ///     A thread is not cancelled while it writes a record.
 class INSTALL_CPPUTIL_EXPORT DiagnosticChannel final {
 public:
-    /// One piece of a record: a UTF-8 string, a UTF-16 string (converted to UTF-8) or a boolean (the
-    /// word true or false).
+    /// One piece of a record: a UTF-8 string, a UTF-16 string (converted to UTF-8) or a boolean
+    /// (the word true or false).
     using Piece = std::variant<std::string_view, std::u16string_view, bool>;
 
     /// Creates a disabled channel. Channels of the same name are enabled and disabled together.
@@ -54,15 +54,15 @@ public:
     /// Returns whether the mask has the bit of \p severity. Costs one relaxed atomic load.
     bool isEnabled(Severity severity) const noexcept;
 
-    /// Writes one record of \p pieces if the mask has the bit of \p severity and the logging core is
-    /// enabled. Does nothing otherwise.
+    /// Writes one record of \p pieces if the mask has the bit of \p severity and the logging core
+    /// is enabled. Does nothing otherwise.
     /// \throws TextConversionError if a piece is malformed UTF-16; no record is written then
-    /// \throws any exception that a sink of the logging core throws, unless the core has an exception
-    ///     handler
+    /// \throws any exception that a sink of the logging core throws, unless the core has an
+    ///     exception handler
     void write(Severity severity, std::initializer_list<Piece> pieces);
 
-    /// Sets the mask of every channel named \p channel to \p mask, a bitwise OR of `Severity` values;
-    /// 0 disables the channel.
+    /// Sets the mask of every channel named \p channel to \p mask, a bitwise OR of `Severity`
+    /// values; 0 disables the channel.
     /// \throws std::invalid_argument if there is no such channel; `what()` lists the existing ones.
     ///     Never throws once the library's channels are being destroyed
     static void setEnabledSeverities(std::string const& channel, unsigned mask);

@@ -6,7 +6,7 @@
 
 namespace install::cpputil {
 
-/// The name of a file or directory: UTF-16 text, and the same name in UTF-8 as the system expects it.
+/// The name of a file or directory, in UTF-16 and in UTF-8 as the system expects it.
 ///
 /// A value type. It does not access the file system, and resolves neither "." nor "..".
 ///
@@ -17,17 +17,18 @@ public:
     /// Creates an empty path, which names nothing.
     Path() noexcept = default;
 
-    /// Creates a path from \p text, UTF-16, with every run of "/" reduced to one. ".." stays, since
-    /// resolving it would change the meaning of a path that contains symbolic links. An empty text
-    /// creates an empty path.
-    /// \throws std::invalid_argument if \p text contains a NUL, where the system would truncate the name
+    /// Creates a path from the UTF-16 \p text, with every run of "/" reduced to one. ".." stays,
+    /// since resolving it would change the meaning of a path that contains symbolic links. An empty
+    /// string creates an empty path.
+    /// \throws std::invalid_argument if \p text contains a NUL, where the system would truncate the
+    ///     name
     /// \throws TextConversionError if \p text is not UTF-16
     explicit Path(std::u16string const& text);
 
-    /// Returns the path's text, UTF-16; empty for an empty path.
+    /// Returns the UTF-16 name; empty for an empty path.
     std::u16string const& string() const noexcept { return text_; }
 
-    /// Returns the name to pass to the system, UTF-8; empty for an empty path.
+    /// Returns the UTF-8 name to pass to the system; empty for an empty path.
     std::string const& narrowName() const noexcept { return narrowName_; }
 
 private:

@@ -48,8 +48,9 @@ bool is_usable(std::string const& name) {
     }
 }
 
-/// Returns the name of \p user, or an empty string if the database has none that is usable or cannot be
-/// queried. The two cannot be distinguished, because some databases report a failure as a missing user.
+/// Returns the name of \p user, or an empty string if the database has none that is usable or
+/// cannot be queried. The two cannot be distinguished, because some databases report a failure as a
+/// missing user.
 std::string look_up_name(uid_t user) {
     CancellationGuard const uncancelled;
     constexpr std::size_t usual_size = 32;
@@ -104,8 +105,8 @@ std::string PlatformInfo::formatTime(std::time_t time, std::string const& patter
     if (locale == nullptr) {
         throw std::system_error(errno, std::generic_category(), "cannot create the locale \"C\"");
     }
-    // strftime returns 0 both for an empty text and if the buffer is too small. With one more
-    // character, the text is never empty.
+    // strftime returns 0 both for an empty result and if the buffer is too small. With one more
+    // character, the result is never empty.
     auto const terminated = pattern + '.';
     std::string text(128, '\0');
     std::size_t length = 0;

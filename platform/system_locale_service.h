@@ -6,12 +6,11 @@
 
 namespace install::cpputil {
 
-/// The system's locale for one category. A value, which the constructor reads from the process
-/// environment.
+/// The system's locale for one category. The constructor reads it from the environment.
 ///
-/// The locale is the value of the first of LC_ALL, the category's own variable (LC_MESSAGES) and LANG
-/// that is set and not empty. It has the form "language_REGION.codeset@modifier"; every part is
-/// optional. "C", "POSIX" and a missing value mean the language "en" and the region "US".
+/// The locale is the value of the first of LC_ALL, the category's own variable (LC_MESSAGES) and
+/// LANG that is set and not empty. It has the form "language_REGION.codeset@modifier"; every part
+/// is optional. "C", "POSIX" and a missing value mean the language "en" and the region "US".
 ///
 /// \par Thread safety
 ///     Objects may be created on several threads at once, provided that no thread changes the

@@ -12,7 +12,7 @@ namespace {
 template <typename Unit>
 constexpr char const* encoding_name = sizeof(Unit) == 1 ? "UTF-8" : "UTF-16";
 
-/// The maximum number of units that one unit of the other encoding is converted to.
+/// The maximum number of units that one unit of the other encoding expands to.
 template <typename Unit>
 constexpr std::size_t most_units = sizeof(Unit) == 1 ? 3 : 1;
 
@@ -63,9 +63,9 @@ std::size_t ascii_length(std::basic_string_view<Unit> text) {
     return length;
 }
 
-/// Copies the ASCII characters at \p source, up to \p end, to \p target, and moves both pointers past
-/// them. Copying whole words and counting afterwards avoids branches that depend on the text, so
-/// \p target must have room for all units up to \p end.
+/// Copies the ASCII characters at \p source, up to \p end, to \p target, and moves both pointers
+/// past them. Copies whole words to avoid data-dependent branches; \p target must therefore have
+/// room for `end - source` units.
 template <typename From, typename To>
 void copy_ascii(From const*& source, From const* end, To*& target) {
     while (static_cast<std::size_t>(end - source) >= word_length<From>) {
@@ -98,8 +98,8 @@ constexpr char32_t bits(char byte, unsigned mask, int shift) {
     return (static_cast<unsigned char>(byte) & mask) << shift;
 }
 
-// Both overloads decode the sequence at \p text, which is not ASCII and ends at \p end or before.
-// Boost.Locale has such a decoder, but it takes 1.5 times as long for Chinese text.
+// Decode one non-ASCII sequence that starts at \p text and ends no later than \p end. Boost.Locale
+// has such a decoder, but it is 1.5 times slower on Chinese text.
 
 constexpr Decoded<char> decode(char const* text, char const* end) {
     auto const lead = static_cast<unsigned char>(text[0]);
@@ -175,7 +175,7 @@ constexpr char16_t* encode(char32_t character, char16_t* target) {
 }
 
 template <typename Unit>
-[[noreturn]] void refuse(std::size_t offset) {
+[[noreturn]] void reject(std::size_t offset) {
     throw TextConversionError(std::string("text is not ") + encoding_name<Unit> +
                               ": malformed at offset " + std::to_string(offset));
 }
@@ -185,7 +185,7 @@ template <typename Unit>
 constexpr Decoded<Unit> decode_next(std::basic_string_view<Unit> text, Unit const* position) {
     auto const decoded = decode(position, text.data() + text.size());
     if (decoded.next == nullptr) {
-        refuse<Unit>(static_cast<std::size_t>(position - text.data()));
+        reject<Unit>(static_cast<std::size_t>(position - text.data()));
     }
     return decoded;
 }

@@ -28,19 +28,19 @@ public:
 ///     Every function may be called from any thread at any time.
 class INSTALL_CPPUTIL_EXPORT TextConversion {
 public:
-    /// Returns \p text, UTF-8, as UTF-16.
+    /// Returns the UTF-8 \p text as UTF-16.
     /// \throws TextConversionError if \p text is not UTF-8
     static std::u16string fromUtf8(std::string_view text);
 
-    /// Checks \p text without converting it; throws the exception that `fromUtf8` would throw.
+    /// Checks that \p text is UTF-8 without converting it; throws what `fromUtf8` would throw.
     /// \throws TextConversionError if \p text is not UTF-8
     static void checkUtf8(std::string_view text);
 
-    /// Returns \p text, UTF-16, as UTF-8.
+    /// Returns the UTF-16 \p text as UTF-8.
     /// \throws TextConversionError if \p text is not UTF-16
     static std::string toUtf8(std::u16string_view text);
 
-    /// Returns \p text, UTF-16, in the narrow encoding of this platform, which is UTF-8.
+    /// Returns the UTF-16 \p text in the narrow encoding of this platform, which is UTF-8.
     /// \throws TextConversionError if \p text is not UTF-16
     static std::string toNarrow(std::u16string_view text);
 };

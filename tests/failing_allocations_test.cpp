@@ -47,8 +47,8 @@ thread_local std::size_t allocations_left = unlimited;
 namespace install::cpputil::tests {
 namespace {
 
-/// Returns whether \p operation throws std::bad_alloc if its first \p successes allocations succeed and
-/// the next one fails.
+/// Returns whether \p operation throws std::bad_alloc if its first \p successes allocations succeed
+/// and the next one fails.
 bool fails(std::function<void()> const& operation, std::size_t successes) {
     allocations_left = successes;
     try {

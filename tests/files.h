@@ -89,8 +89,8 @@ inline std::ptrdiff_t open_descriptors() {
     return {nullptr, [=](void*) { set(earlier); }};
 }
 
-/// Changes the effective user from root to \p user, because root ignores permissions. Does nothing if
-/// the tests do not run as root.
+/// Changes the effective user from root to \p user, because root ignores permissions. Does nothing
+/// if the tests do not run as root.
 [[nodiscard]] inline Undo as_user(uid_t user = 65534) {
     auto const earlier = ::geteuid();
     if (earlier == 0 && ::seteuid(user) != 0) {
@@ -99,8 +99,8 @@ inline std::ptrdiff_t open_descriptors() {
     return {nullptr, [=](void*) { EXPECT_EQ(::seteuid(earlier), 0); }};
 }
 
-/// Returns `what()` of the exception of type \p Error that \p call throws. The test fails if it throws
-/// none, or one of a derived type.
+/// Returns `what()` of the exception of type \p Error that \p call throws. The test fails if it
+/// throws none, or one of a derived type.
 template <typename Error, typename Call>
 std::string error_text(Call call) {
     try {

@@ -124,7 +124,8 @@ TEST_F(LogDestination, IsRejectedIfItIsNoPath) {
 
 class ThrowingSink : public LogTest {
 protected:
-    /// Creates a `Logger` while a sink throws at the record \p number. Returns whether there is one.
+    /// Creates a `Logger` while a sink throws at the record \p number. Returns whether there is
+    /// one.
     bool throwsAtRecord(int number) {
         bool thrown = false;
         callAtRecord(number, [&] {
@@ -160,8 +161,8 @@ TEST_F(ThrowingSink, LeavesTheDestinationAsItWas) {
     expectUnchanged(records_of_replaced_destination);
 }
 
-// At each record of one change in turn, another thread starts a second change. The result must equal
-// one of the two serial orders.
+// At each record of one change in turn, another thread starts a second change. The result must
+// equal one of the two serial orders.
 class ConcurrentChanges : public LogTest {
 protected:
     enum class Change { set_b, set_c, unset_a };
@@ -201,8 +202,8 @@ protected:
         return result();
     }
 
-    /// Starts the second change at the record \p number of the first one. Returns nothing if the first
-    /// one has fewer records.
+    /// Starts the second change at the record \p number of the first one. Returns nothing if the
+    /// first one has fewer records.
     std::optional<std::string> concurrentResult(Row const& row, int number) {
         start(row.starts_with_a);
         std::future<void> second;

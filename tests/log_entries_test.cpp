@@ -182,7 +182,8 @@ TEST_F(FallbackFile, LosesEntriesWithoutADirectory) {
     EXPECT_THAT(records(), ElementsAre("4: msg=lost", notOpened("lost"), notOpened("lost")));
 }
 
-// Only root can become another user and change the root directory, which contains the user database.
+// Only root can become another user and change the root directory, which contains the user
+// database.
 TEST_F(FallbackFile, IsNamedForTheEffectiveUser) {
     fs::create_directory(path("etc"));
     write_file(path("etc/passwd"),

@@ -82,7 +82,8 @@ protected:
         return steady_clock::now() - start;
     }
 
-    /// Expects only whole entries in \p file, each with the message "entry" or of a changed destination.
+    /// Expects only whole entries in \p file, each with the message "entry" or of a changed
+    /// destination.
     void expectEntries(std::string const& file) {
         for (auto const& message : messages(path(file))) {
             EXPECT_TRUE(message == "entry" || message.find("Reset destination file log ") == 0)
@@ -114,7 +115,8 @@ TEST_F(Process, WritesWholeEntriesUntilItExits) {
     }
 }
 
-// Each blocked sink used to delay the exit by a second. The pending cancellation must not end the wait.
+// Each blocked sink used to delay the exit by a second. The pending cancellation must not end the
+// wait.
 TEST_F(Process, WaitsASecondForAllSinksAtExit) {
     auto const exit = [this] {
         blockSinks();

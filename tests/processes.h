@@ -38,8 +38,8 @@ inline void await_signals(int count) {
             }};
 }
 
-/// Forks a child that runs \p work and exits with status 1 if an expectation failed. The system kills a
-/// child that runs for five minutes.
+/// Forks a child that runs \p work and exits with status 1 if an expectation failed. The system
+/// kills a child that runs for five minutes.
 inline pid_t start_child(std::function<void()> const& work) noexcept {
     std::fflush(stdout);  // Otherwise, std::exit in the child would write the buffered text again.
     pid_t const child = ::fork();

@@ -1,4 +1,5 @@
-// Loads and unloads the library many times through a plugin. The test is not linked with the library.
+// Loads and unloads the library many times through a plugin. The test is not linked with the
+// library.
 
 #include <dlfcn.h>
 #include <pthread.h>

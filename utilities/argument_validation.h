@@ -10,30 +10,30 @@
 
 namespace install::cpputil {
 
-/// Checks the values of named arguments against rules of the same names. All texts are UTF-8.
+/// Checks the values of named arguments against rules of the same names. All strings are UTF-8.
 ///
 ///     validate_args({{"mode", "full"}, {"port", "8080"}},
 ///                   {{"mode", "strval:full,minimal"}, {"port", "intval"}});
 ///
-/// - "strval:a,b": the value equals one of the items between the commas, byte for byte. Items may be
-///   empty.
+/// - "strval:a,b": the value equals one of the items between the commas, byte for byte. Items may
+///   be empty.
 /// - "boolval": the value is "true", "false", "yes" or "no", ignoring case as the global
 ///   `std::locale` defines it.
 /// - "intval": the value begins with a decimal integer of 32 bits, as `std::stoi` reads it.
-/// - "rfile": the value is the name of a file that can be opened for reading and is not empty. A pipe
-///   fails, because its size is not known.
+/// - "rfile": the value is the name of a file that can be opened for reading and is not empty. A
+///   pipe fails, because its size is not known.
 ///
-/// Every value passes any other rule. A ":" and the text after it are ignored in rules other than
-/// "strval"; "strval" without a ":" allows the text of the rule itself. Arguments without a rule and
+/// Any other rule accepts every value. A ":" and what follows it are ignored in rules other than
+/// "strval"; "strval" without a ":" accepts only the value "strval". Arguments without a rule and
 /// rules without an argument are ignored.
 ///
-/// Arguments are checked in the order of their names; the first failure ends the call. The text of
-/// its exception is key='NAME' value='VALUE' rule='RULE'.
+/// Arguments are checked in the order of their names; the first failure ends the call. Its `what()`
+/// is key='NAME' value='VALUE' rule='RULE'.
 /// \throws std::invalid_argument for a failed "strval", "boolval" or "intval"
 /// \throws std::runtime_error for a failed "rfile", after two messages in the installation log
-/// \throws TextConversionError, std::invalid_argument if the value of an "rfile" argument is not UTF-8
-///     or contains a NUL
-/// \throws std::filesystem::filesystem_error if the system does not report whether the file exists
+/// \throws TextConversionError, std::invalid_argument if the value of an "rfile" argument is not
+///     UTF-8 or contains a NUL
+/// \throws std::filesystem::filesystem_error if the file's existence cannot be determined
 /// \par Thread safety
 ///     May be called from any thread at any time, provided that no thread changes the environment.
 INSTALL_CPPUTIL_EXPORT void validate_args(std::map<std::string, std::string> const& args,

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The exception of installers, and the text of its location.
+/// The exception type for installers, and a helper that formats its location.
 
 #include <stdexcept>
 #include <string>
@@ -16,13 +16,13 @@ namespace install::cpputil {
 ///     throw InstallerException("E42", "The installation failed.", "no space left on /opt",
 ///                              createLocation("unpacker", "write_block"));
 ///
-/// `what()` is the secondary message. The texts may be empty and are not checked.
+/// `what()` is the secondary message. The strings may be empty and are not checked.
 ///
 /// \par Thread safety
-///     The texts never change: several threads may read one exception.
+///     Immutable; may be read from any thread.
 class INSTALL_CPPUTIL_EXPORT InstallerException : public std::runtime_error {
 public:
-    /// Creates an exception with four texts. \p location usually comes from `createLocation`.
+    /// Creates an exception with four strings. \p location usually comes from `createLocation`.
     InstallerException(std::string error_code, std::string primary_error_message,
                        std::string secondary_error_message, std::string location);
 
@@ -35,7 +35,7 @@ public:
     std::string getErrorCode() const;
     /// Returns the primary message.
     std::string getPrimaryErrorMessage() const;
-    /// Returns the secondary message, the text of `what()`.
+    /// Returns the secondary message, which is also `what()`.
     std::string getSecondaryErrorMessage() const;
     /// Returns the location where the error occurred.
     std::string getLocation() const;
@@ -47,7 +47,8 @@ private:
     std::string location_;
 };
 
-/// Returns \p scope and \p name joined by "::", or only \p scope if \p name is empty or equal to it.
+/// Returns \p scope and \p name joined by "::", or only \p scope if \p name is empty or equal to
+/// it.
 INSTALL_CPPUTIL_EXPORT std::string createLocation(std::string const& scope,
                                                   std::string const& name);
 

@@ -7,7 +7,7 @@
 namespace install::cpputil::installer_locale {
 namespace {
 
-// No records are written to it, but programs may switch it on by its name.
+// Never written to, but programs may enable it by name.
 constinit LibraryChannel channel;
 LibraryChannel::Lifetime const channel_lifetime(channel, "install::cpputil::InstallerLocale");
 

@@ -9,8 +9,8 @@
 ///     // in the work, at every point where it can stop
 ///     install::cpputil::interrupt::throw_if_set("unpacking");
 ///
-/// The work ends with an `interrupt::Exception`. The flag stays raised until `detail::unset` lowers it;
-/// it is lowered when the library is loaded.
+/// The work ends with an `interrupt::Exception`. The flag is initially lowered. Once raised, it
+/// stays raised until `detail::unset`.
 ///
 /// The functions write records to the diagnostic channel "install::cpputil::interrupt" when they
 /// change the flag, find it raised or throw.
@@ -34,7 +34,8 @@ public:
     /// Creates an exception without a tag.
     Exception();
 
-    /// Creates an exception with \p tag, which names the place where the work stopped; it may be empty.
+    /// Creates an exception with \p tag, which names the place where the work stopped; it may be
+    /// empty.
     explicit Exception(std::string const& tag);
 
     ~Exception() override;
@@ -46,9 +47,9 @@ INSTALL_CPPUTIL_EXPORT void set() noexcept;
 /// Returns whether the flag is raised. Costs one atomic load while it is not.
 INSTALL_CPPUTIL_EXPORT bool is_set() noexcept;
 
-/// Throws if the flag is raised. Does not change the flag. Costs one atomic load while the flag is not
-/// raised, apart from the construction of \p tag.
-/// \param tag  part of the exception's text; an empty tag means an exception without a tag
+/// Throws if the flag is raised. Does not change the flag. Costs one atomic load while the flag is
+/// not raised, apart from the construction of \p tag.
+/// \param tag  part of the exception's `what()`; an empty tag means an exception without a tag
 /// \throws Exception if the flag is raised
 /// \throws any exception that a sink of the logging core throws for the record of the throw
 INSTALL_CPPUTIL_EXPORT void throw_if_set(std::string const& tag = std::string());
@@ -63,9 +64,9 @@ INSTALL_CPPUTIL_EXPORT void unset() noexcept;
 namespace test {
 
 /// Pauses so that a test can raise the flag at this point of an installer. Returns at once if the
-/// process environment has no variable \p name. Otherwise, for any value of the variable, blocks the
-/// calling thread for one minute and checks the flag every tenth of a second. Signals do not shorten
-/// the minute. The thread may be cancelled during the pause.
+/// process environment has no variable \p name. Otherwise, for any value of the variable, blocks
+/// the calling thread for one minute and checks the flag every tenth of a second. Signals do not
+/// shorten the minute. The thread may be cancelled during the pause.
 /// \param name  the variable's exact name, NUL-terminated; not null
 /// \throws Exception with the tag "env NAME is set." if a check finds the flag raised
 /// \throws any exception that a sink of the logging core throws for a record

@@ -91,7 +91,8 @@ std::optional<bool> is_destination_set() {
     return log ? std::optional(!log->destination_file.string().empty()) : std::nullopt;
 }
 
-/// Returns a copy of \p path, which may be one of the state's own, or nothing if there is no access.
+/// Returns a copy of \p path, which may be one of the state's own, or nothing if there is no
+/// access.
 std::optional<Path> copy_of(Path const& path) {
     WriteAccess const log;
     return log ? std::optional(path) : std::nullopt;
@@ -111,7 +112,7 @@ constexpr char const* log_time_pattern = "%b %d, %Y %H:%M:%S";
 /// The length of an entry apart from its message.
 constexpr std::size_t entry_overhead = std::string_view("(Nov 16, 2026 17:22:45) \n").size();
 
-/// Returns one entry, UTF-8, including the line feed that ends it.
+/// Returns one UTF-8 entry, including its line feed.
 std::string make_log_line(std::string message) {
     auto const prefix = '(' + PlatformInfo::currentTime(log_time_pattern) + ") ";
     message.reserve(prefix.size() + message.size() + 1);
@@ -156,7 +157,7 @@ void append_utf8(std::string message) {
     write_line(*log, OutputFileStream(log->destination_file), line);
 }
 
-[[noreturn]] void refuse_file(char const* record, char const* error) {
+[[noreturn]] void reject_file(char const* record, char const* error) {
     channel.write(Severity::changes, {record});
     throw std::runtime_error(error);
 }
@@ -299,12 +300,12 @@ void append_file(std::u16string const& path) {
         return;
     }
     if (!*is_set) {
-        refuse_file("append_file: The output file destination is not set.",
+        reject_file("append_file: The output file destination is not set.",
                     "Logger destination was not initialized.");
     }
     Path const file(path);
     if (!FileSystemService::exists(file)) {
-        refuse_file("append_file: The file does not exist.", "The file does not exist.");
+        reject_file("append_file: The file does not exist.", "The file does not exist.");
     }
     auto const name = TextConversion::toUtf8(path);
     auto message = "Content of the file " + name + '\n';
@@ -314,7 +315,7 @@ void append_file(std::u16string const& path) {
         if (!stream.isOpen()) {
             throw std::runtime_error("append_file: Cannot open file.");
         }
-        // Reserves memory once if the size is known. The size of a special file may be huge.
+        // Reserves once, but not blindly: special files may report a huge size.
         constexpr std::int64_t largest = std::int64_t{1} << 30;
         auto const size = std::clamp(stream.endPosition(), std::int64_t{0}, largest);
         message.reserve(message.size() + static_cast<std::size_t>(size) + trailer.size() +

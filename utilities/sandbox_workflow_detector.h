@@ -4,8 +4,8 @@
 
 namespace install::cpputil {
 
-/// Detects the sandbox workflow. It is active if the parent directory of the installation root
-/// (`FileSystemService::installRoot`) contains an entry named "qx_anchor".
+/// Detects the sandbox workflow. The workflow is active if the parent directory of the installation
+/// root (`FileSystemService::installRoot`) contains an entry named "qx_anchor".
 ///
 ///     if (SandboxWorkflowDetector().isSandboxWorkflow()) { ... }
 ///
@@ -17,13 +17,13 @@ class INSTALL_CPPUTIL_EXPORT SandboxWorkflowDetector {
 public:
     virtual ~SandboxWorkflowDetector();
 
-    /// Returns the result of `isSandboxPathExist`, which derived classes may override, or false if that
-    /// throws. Never throws.
+    /// Returns the result of `isSandboxPathExist`, which derived classes may override, or false if
+    /// that throws. Never throws.
     virtual bool isSandboxWorkflow() const;
 
     /// Returns whether the entry exists; it may be a file or a directory.
-    /// \throws TextConversionError, std::filesystem::filesystem_error if the installation root cannot be
-    ///     determined, or the system does not report whether the entry exists
+    /// \throws TextConversionError, std::filesystem::filesystem_error if the installation root or
+    ///     the entry's existence cannot be determined
     virtual bool isSandboxPathExist() const;
 };
 

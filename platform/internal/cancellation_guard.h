@@ -4,10 +4,10 @@
 
 namespace install::cpputil {
 
-/// Postpones a cancellation of the calling thread for as long as the guard exists.
+/// Defers cancellation of the calling thread while the guard exists.
 ///
-/// Cancellation unwinds the stack from inside a system call. This ends the process if a calling
-/// function is `noexcept`, and can leave a system library in an unknown state.
+/// Cancellation unwinds the stack from inside a system call. This terminates the process if a
+/// calling function is `noexcept`, and can leave a system library in an unknown state.
 class CancellationGuard {
 public:
     CancellationGuard() noexcept { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &earlier_); }

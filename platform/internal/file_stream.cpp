@@ -17,7 +17,7 @@
 namespace install::cpputil {
 namespace {
 
-/// The capacity of an input stream's buffer after the initial one, unless a line needs more.
+/// The initial capacity of the heap buffer.
 constexpr std::size_t usual_capacity = 65536;
 
 /// Returns the result of the system call \p call, which is repeated while signals interrupt it.
@@ -45,8 +45,8 @@ void occupy_standard_streams() noexcept {
     }
 }
 
-/// Replaces a descriptor that has the number of a closed standard stream, to which other threads may
-/// print.
+/// Replaces a descriptor that has the number of a closed standard stream, to which other threads
+/// may print.
 Descriptor above_standard_streams(Descriptor file) noexcept {
     Descriptor moved(
         retry([&] { return ::fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }));
@@ -75,8 +75,8 @@ Descriptor open_without_waiting(Path const& path, int flags, mode_t mode = 0) no
         if (file.isOpen() || errno != EWOULDBLOCK || attempt == attempts_in_a_minute) {
             return file;
         }
-        // Another process, e.g. a file server, has a lease on the file. The attempt to open the file
-        // makes the system break the lease, by default within 45 seconds.
+        // Another process, e.g. a file server, has a lease on the file. The attempt to open the
+        // file makes the system break the lease, by default within 45 seconds.
         CancellationGuard const uncancelled;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
@@ -141,8 +141,8 @@ std::optional<std::string_view> InputFileStream::readLine() {
     return std::string_view(buffer_ + std::exchange(begin_, end_), searched);
 }
 
-/// Appends the next bytes of the file to the unread ones. Returns false at the end of the file or if
-/// the read fails.
+/// Appends the next bytes of the file to the unread ones. Returns false at the end of the file or
+/// if the read fails.
 bool InputFileStream::fill() {
     if (atEnd_) {
         return false;
@@ -170,16 +170,15 @@ bool InputFileStream::fill() {
     return true;
 }
 
-/// Waits until a read would not block. The calling thread can be cancelled meanwhile: `poll`, unlike
-/// `open` and `read`, leaves nothing behind if its thread is.
+/// Waits until a read would not block. The calling thread can be cancelled meanwhile: `poll`,
+/// unlike `open` and `read`, leaves nothing behind if its thread is.
 void InputFileStream::awaitInput() {
     pollfd input = {descriptor_.get(), POLLIN, 0};
-    while (::poll(&input, 1, -1) == -1 && errno == EINTR) {
-    }
+    while (::poll(&input, 1, -1) == -1 && errno == EINTR) {}
 }
 
-/// Moves the unread bytes to the start of the buffer. Replaces the initial buffer, and a buffer that a
-/// single line fills, with a larger one.
+/// Moves the unread bytes to the start of the buffer. Replaces the initial buffer, and a buffer
+/// that a single line fills, with a larger one.
 void InputFileStream::makeRoom() {
     auto const unread = end_ - begin_;
     if (larger_ == nullptr || unread == capacity_) {

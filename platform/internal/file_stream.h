@@ -39,9 +39,9 @@ private:
 ///     A thread can be cancelled while it waits for a pipe or a terminal, and not otherwise.
 class InputFileStream final {
 public:
-    /// Opens \p path. The stream is not open if the file is missing, is a directory or cannot be opened
-    /// for reading. Does not wait for the writer of a pipe. If another process has a lease on the file,
-    /// waits up to a minute until the system breaks it.
+    /// Opens \p path. The stream is not open if the file is missing, is a directory or cannot be
+    /// opened for reading. Does not wait for the writer of a pipe. If another process has a lease
+    /// on the file, waits up to a minute until the system breaks it.
     explicit InputFileStream(Path const& path);
     InputFileStream(InputFileStream const&) = delete;
     InputFileStream& operator=(InputFileStream const&) = delete;
@@ -50,16 +50,16 @@ public:
     /// Returns whether the constructor could open the file.
     bool isOpen() const noexcept;
 
-    /// Returns the next line without its line feed, or `std::nullopt` at end of file. The last line need
-    /// not end with a line feed. A read error is treated as end of file; a line that it cuts is dropped.
-    /// Waits for a pipe until a writer has opened it and the line is complete.
+    /// Returns the next line without its line feed, or `std::nullopt` at end of file. The last line
+    /// need not end with a line feed. A read error is treated as end of file; a line that it cuts
+    /// is dropped. Waits for a pipe until a writer has opened it and the line is complete.
     ///
     /// The line refers to memory of this stream and is valid until the next call.
     /// \throws std::bad_alloc if a line does not fit into memory
     std::optional<std::string_view> readLine();
 
-    /// Returns the file's size as reported by the system (0 in /proc), or -1 if the file is not seekable
-    /// or the stream is not open.
+    /// Returns the file's size as reported by the system (0 in /proc), or -1 if the file is not
+    /// seekable or the stream is not open.
     std::int64_t endPosition() noexcept;
 
 private:
@@ -86,20 +86,21 @@ private:
 /// A file open for appending.
 ///
 /// \par Thread safety
-///     Only one thread at a time may use a stream. Every write appends at the current end of the file,
-///     even if other processes append to it, too.
+///     Only one thread at a time may use a stream. Every write appends at the current end of the
+///     file, even if other processes append to it.
 /// \par Cancellation
 ///     A thread is not cancelled while it opens, writes or closes a stream.
 class OutputFileStream final {
 public:
-    /// Opens \p path; creates a missing file with mode 0666 under the umask. If the file can be neither
-    /// opened for writing nor created, the stream is not open. This includes a pipe without a reader.
-    /// If another process has a lease on the file, waits up to a minute until the system breaks it.
+    /// Opens \p path; creates a missing file with mode 0666 under the umask. The stream is not open
+    /// if the file cannot be opened or created, or is a pipe without a reader. If another process
+    /// has a lease on the file, waits up to a minute until the system breaks it.
     explicit OutputFileStream(Path const& path);
 
-    /// Opens a private file of the effective user in a directory where other users can create entries.
-    /// Creates a missing file with mode 0600. If \p path is not a regular file with one link that
-    /// belongs to the user, in particular if it is a symbolic link, the stream is not open.
+    /// Opens a private file of the effective user in a directory where other users can create
+    /// entries. Creates a missing file with mode 0600. If \p path is not a regular file with one
+    /// link that belongs to the user, in particular if it is a symbolic link, the stream is not
+    /// open.
     static OutputFileStream openPrivate(Path const& path);
 
     OutputFileStream(OutputFileStream&&) noexcept = default;
@@ -110,9 +111,9 @@ public:
     /// Returns whether the constructor could open the file.
     bool isOpen() const noexcept;
 
-    /// Appends \p text with one system call, or with more if the system accepts only part of it. Waits
-    /// for the reader of a full pipe. When it returns, the system has accepted the text, which is not
-    /// lost if the process ends. A failure, such as a full disk, is not reported.
+    /// Appends \p text with one system call, or with more if the system accepts only part of it.
+    /// Waits for the reader of a full pipe. When it returns, the system has accepted the text,
+    /// which survives the process. A failure, such as a full disk, is not reported.
     void write(std::string_view text) noexcept;
 
 private:

@@ -35,9 +35,9 @@ private:
     alignas(Object) std::byte storage_[sizeof(Object)] = {};
 };
 
-/// Creates the object and protects its mutex in forks. The destructor waits for an access in progress
-/// until `exit_deadline`. If the access takes longer, or belongs to this thread because a sink has
-/// called exit, the object is still in use and is not destroyed.
+/// Creates the object and protects its mutex in forks. The destructor waits for an access in
+/// progress until `exit_deadline`. If the access takes longer, or belongs to this thread because a
+/// sink has called exit, the object is still in use and is not destroyed.
 template <typename Object>
 class Guarded<Object>::Lifetime {
 public:

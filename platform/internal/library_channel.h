@@ -9,10 +9,10 @@
 
 namespace install::cpputil {
 
-/// A channel of diagnostic records, without which threads could not write while the process exits.
+/// The implementation of a channel of diagnostic records, usable while the process exits.
 ///
-/// The library's own channels are `constinit`, and the class has no destructor: a channel drops every
-/// record before it is opened and after it is closed.
+/// The library's own channels are `constinit`, and the class has no destructor: a channel drops
+/// every record before it is opened and after it is closed.
 class LibraryChannel final {
 public:
     using Piece = DiagnosticChannel::Piece;
@@ -38,8 +38,8 @@ public:
     void open(std::string name);
 
     /// Disconnects the channel. Waits until \p deadline for records that other threads are writing.
-    /// Returns whether the channel is unused: neither a thread that did not finish in time nor a sink
-    /// that called exit is still writing a record.
+    /// Returns whether the channel is unused: neither a thread that did not finish in time nor a
+    /// sink that called exit is still writing a record.
     bool close(TimePoint deadline) noexcept;
 
     /// Keeps one of the library's own channels open while the library is loaded.

@@ -13,8 +13,8 @@ inline TimePoint in_a_second() noexcept {
     return std::chrono::steady_clock::now() + std::chrono::seconds(1);
 }
 
-/// Returns the time at which the library's destructors stop waiting for other threads: a second after
-/// the first call.
+/// Returns the time at which the library's destructors stop waiting for other threads: a second
+/// after the first call.
 TimePoint exit_deadline() noexcept;
 
 /// Waits until \p condition returns true. Returns false if it has not done so by \p deadline.
