@@ -1,37 +1,25 @@
-// A small installer that unpacks either all products or none into a folder. It uses every service of
-// the library and is meant to be copied. The functions are in the order of an installation.
-//
-// Its exit status is 0 if the installation is finished, 1 if it failed, 2 if the command line is
-// wrong, and 130 if Ctrl-C or SIGTERM stopped it.
+// A small installer, which installs all products or none, updates an installation, and removes it. It
+// uses every service of the library and is meant to be copied. Functions appear in execution order.
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <fcntl.h>
-#include <platform/file_system_service.h>
-#include <platform/text_conversion.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
-#include <utilities/argument_validation.h>
-#include <utilities/input_file_parser.h>
-#include <utilities/installer_exception.h>
-#include <utilities/installer_locale.h>
-#include <utilities/interrupt.h>
-#include <utilities/logger.h>
-#include <utilities/sandbox_workflow_detector.h>
-#include <utilities/version_comparator.h>
 
 #include <algorithm>
+#include <boost/log/expressions.hpp>
+#include <boost/log/utility/setup/console.hpp>
 #include <cerrno>
 #include <clocale>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
-#include <functional>
+#include <fstream>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -40,31 +28,71 @@
 #include <variant>
 #include <vector>
 
+#include <install_cpputil/platform/diagnostic_channel.h>
+#include <install_cpputil/platform/file_system_service.h>
+#include <install_cpputil/platform/text_conversion.h>
+#include <install_cpputil/utilities/argument_validation.h>
+#include <install_cpputil/utilities/input_file_parser.h>
+#include <install_cpputil/utilities/installer_exception.h>
+#include <install_cpputil/utilities/installer_locale.h>
+#include <install_cpputil/utilities/interrupt.h>
+#include <install_cpputil/utilities/logger.h>
+#include <install_cpputil/utilities/sandbox_workflow_detector.h>
+#include <install_cpputil/utilities/version_comparator.h>
+
+#include "product_archive.h"
+#include "receipt.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 using namespace install::cpputil;
 
-constexpr char16_t const* own_version = u"1.10.0";
+constexpr auto const* help =
+    "usage: example_installer [--verbose] INPUT_FILE LOG_FILE\n"
+    "       example_installer [--verbose] --uninstall INSTALL_DIR LOG_FILE\n"
+    "\n"
+    "Installs the products that INPUT_FILE names, or removes the installation in INSTALL_DIR.\n"
+    "Files that the user added or changed are kept in INSTALL_DIR.kept-N. What was done is\n"
+    "appended to LOG_FILE. --verbose writes diagnostic records to standard error.\n"
+    "\n"
+    "INPUT_FILE contains these lines:\n"
+    "  install_dir = DIRECTORY   where to install\n"
+    "  product_dir = DIRECTORY   contains NAME.tar.zst or NAME.tar.gz of each product, and the\n"
+    "                            output of sha256sum for it in NAME.tar.zst.sha256\n"
+    "  version = NUMBERS         the version of the products, e.g. 1.10.0\n"
+    "  overwrite = yes|no        whether to replace an installation (default: no)\n"
+    "  greeting = TEXT           shown at the beginning (default: none)\n"
+    "  product.NAME              a product to install; \"_\" stands for a space\n"
+    "\n"
+    "Exit status: 0 finished, 1 failed, 2 wrong command line, 130 stopped by a signal.\n";
 
-/// Raises the interrupt flag at the first Ctrl-C or SIGTERM. Raising it is not safe in a signal
+/// Raises the interrupt flag at the first Ctrl-C, SIGTERM or SIGHUP. Raising it is not safe in a signal
 /// handler, so a thread waits for the signals. Create it before any other thread, since threads
 /// inherit the signal mask.
 class StopSignals {
 public:
     StopSignals() {
         ::sigemptyset(&signals_);
-        ::sigaddset(&signals_, SIGINT);
-        ::sigaddset(&signals_, SIGTERM);
+        ::sigaddset(&signals_, SIGUSR1);
+        for (auto const signal : {SIGINT, SIGTERM, SIGHUP}) {
+            struct sigaction action = {};
+            ::sigaction(signal, nullptr, &action);
+            if (action.sa_handler != SIG_IGN) {  // nohup, for example, ignores SIGHUP.
+                ::sigaddset(&signals_, signal);
+            }
+        }
         ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
         waiter_ = std::thread([this] {
             int signal = 0;
             ::sigwait(&signals_, &signal);
-            interrupt::set();
+            if (signal != SIGUSR1) {
+                interrupt::set();
+            }
         });
     }
     ~StopSignals() {
-        ::pthread_kill(waiter_.native_handle(), SIGINT);  // Ends the wait if no signal arrived.
+        ::pthread_kill(waiter_.native_handle(), SIGUSR1);  // Ends the wait if it still lasts.
         waiter_.join();
     }
 
@@ -73,9 +101,66 @@ private:
     std::thread waiter_;
 };
 
+struct Arguments {
+    bool verbose = false;
+    bool uninstall = false;
+    std::vector<std::string> files;  ///< the input file or the directory, and the log
+};
+
+/// Returns why the command line is refused, or an empty string. Nothing is written before this check.
+std::string find_mistake(Arguments const& arguments) {
+    auto const& files = arguments.files;
+    auto const is_option = [](std::string const& file) { return file.empty() || file[0] == '-'; };
+    if (auto const found = std::find_if(files.begin(), files.end(), is_option);
+        found != files.end()) {
+        return "unknown option: " + *found;
+    }
+    if (files.size() != 2) {
+        return "two arguments are needed; --help describes them";
+    }
+    std::error_code ignored;
+    // Reading a pipe could block; nor can the input be both parsed and copied to the log.
+    if (!arguments.uninstall && !fs::is_regular_file(files[0], ignored)) {
+        return "the input file does not exist or is not a regular file: " + files[0];
+    }
+    if (fs::weakly_canonical(files[0], ignored) == fs::weakly_canonical(files[1], ignored) ||
+        fs::equivalent(files[0], files[1], ignored)) {
+        return "the log cannot be the same file: " + files[1];
+    }
+    auto const first = fs::is_regular_file(files[1], ignored) ? std::ifstream(files[1]).get() : EOF;
+    return first == EOF || first == '('
+               ? ""
+               : "an existing file is not a log: " + files[1] + " (are the arguments swapped?)";
+}
+
+DiagnosticChannel& diagnostics() {
+    static DiagnosticChannel channel("example_installer");
+    return channel;
+}
+
+/// Writes diagnostic records to standard error.
+void show_diagnostics() {
+    namespace log = boost::log;
+    log::add_console_log(std::clog, log::keywords::format = log::expressions::stream
+                                                            << "diagnostics: "
+                                                            << log::expressions::smessage);
+    static_cast<void>(diagnostics());
+    for (auto const* const channel :
+         {"example_installer", "install::cpputil::logger", "install::cpputil::interrupt"}) {
+        DiagnosticChannel::setEnabledSeverities(channel, static_cast<unsigned>(Severity::changes));
+    }
+}
+
+/// Prints \p text and appends it to the log.
+void say(std::string const& text) {
+    auto const shown = printable(text);
+    std::cout << shown << '\n' << std::flush;
+    logger::append_message(shown);
+}
+
 void require(bool valid, char const* code, std::string const& why, char const* function) {
     if (!valid) {
-        throw InstallerException(code, "The installation cannot start.", why,
+        throw InstallerException(code, "Nothing was changed.", why,
                                  createLocation("example_installer", function));
     }
 }
@@ -87,351 +172,486 @@ struct Product {
 
 /// What the installation will do.
 struct Plan {
-    fs::path folder;
-    bool overwrite;
+    fs::path target;
+    bool overwrite = false;
+    std::string version;
     std::vector<Product> products;
-    std::uintmax_t size;  ///< of all archives, in bytes
 };
 
-void check_version(std::string const& installed) {
-    auto const version = TextConversion::fromUtf8(installed);
-    auto order = 0;
-    try {
-        order = VersionComparator().compareVersionNumbers(version, own_version);
-    } catch (std::logic_error const&) {  // A component is not a number or is too large.
-        require(false, "E101", "installed_version is not a version number: " + installed, __func__);
-    }
-    require(order <= 0, "E102", "a newer version is installed: " + installed, __func__);
-}
-
-/// Returns the folder to install into. In the sandbox workflow it is below the folder "sandbox" in
-/// the folder of the marker.
-fs::path find_folder(std::string const& install_dir) {
+/// Returns the directory of an installation. In the sandbox workflow, the directory "sandbox" next to
+/// the marker is prepended. It must not contain \p others.
+fs::path find_target(std::string const& install_dir, std::vector<fs::path> const& others) {
     // A path that ends in "/" would have an empty file name.
-    auto folder = fs::absolute(install_dir + "/.").lexically_normal().parent_path();
-    if (SandboxWorkflowDetector().isSandboxWorkflow()) {
+    auto target = fs::absolute(install_dir + "/.").lexically_normal().parent_path();
+    auto const sandbox = SandboxWorkflowDetector().isSandboxWorkflow();
+    if (sandbox) {
         auto const root = FileSystemService::parentPath(FileSystemService::installRoot());
-        folder = fs::path(TextConversion::toUtf8(root)) / "sandbox" / folder.relative_path();
+        target = fs::path(TextConversion::toUtf8(root)) / "sandbox" / target.relative_path();
     }
-    folder = fs::weakly_canonical(folder);
-    require(folder.has_filename() && (!fs::exists(folder) || fs::is_directory(folder)), "E103",
-            "install_dir cannot be replaced: " + folder.string(), __func__);
-    return folder;
+    target = fs::weakly_canonical(target);
+    require(target.has_filename(), "E103", "install_dir cannot be replaced: " + target.string(),
+            __func__);
+    for (auto const& other : others) {
+        auto const relative = fs::weakly_canonical(fs::absolute(other)).lexically_relative(target);
+        require(*relative.begin() == "..", "E104", "install_dir must not contain " + other.string(),
+                __func__);
+    }
+    auto const locale = TextConversion::toUtf8(installer_locale::getLocale());
+    say("target: " + target.string() + " (workflow: " + (sandbox ? "sandbox" : "ordinary") +
+        ", locale: " + locale + ")");
+    // From now on, the root is not where the installer is but where the products are.
+    FileSystemService::setInstallRoot(TextConversion::fromUtf8(target.string()));
+    return target;
 }
 
 /// Returns the archive NAME.tar.zst or NAME.tar.gz of a product.
-fs::path find_archive(fs::path const& product_dir, std::string name) {
+fs::path find_archive(fs::path const& product_dir, std::string const& product) {
+    require(product.find('/') == std::string::npos && printable(product) == product, "E107",
+            "the name of a product contains '/' or a control character: " + product, __func__);
+    auto name = product;
     std::replace(name.begin(), name.end(), ' ', '_');
     auto archive = product_dir / (name + ".tar.zst");
     if (!fs::exists(archive)) {
         archive.replace_extension(".gz");
     }
-    validate_args({{"product", archive.string()}}, {{"product", "rfile"}});
+    require(fs::exists(archive), "E109",
+            "product " + product + ": no " + name + ".tar.zst or " + name + ".tar.gz in " +
+                product_dir.string(),
+            __func__);
+    validate_args({{"product." + name, archive.string()}}, {{"product." + name, "rfile"}});
     return archive;
 }
 
+void check_version(std::string const& version) {
+    auto valid = version.find_first_not_of("0123456789.") == std::string::npos;
+    try {
+        auto const utf16 = TextConversion::fromUtf8(version);
+        VersionComparator().compareVersionNumbers(utf16, utf16);
+    } catch (std::logic_error const&) {  // A component is not a number or is too large.
+        valid = false;
+    }
+    require(valid, "E101", "version is not a version number: " + version, __func__);
+}
+
 /// Checks the inputs and returns the plan of the installation. Changes no file.
-Plan make_plan(PropertyMap const& inputs, fs::path const& input_file, fs::path const& log_file) {
-    std::map<std::string, std::string> texts;
+Plan make_plan(std::string const& input_file, std::string const& log_file) {
+    std::map<std::string, std::string> texts = {{"install_dir", ""},
+                                                {"product_dir", ""},
+                                                {"version", ""},
+                                                {"overwrite", "no"},
+                                                {"greeting", ""}};
     std::vector<std::u16string> products;
-    for (auto const& [utf16_key, value] : inputs) {
+    for (auto const& [utf16_key, value] :
+         InputFileParser().parse(TextConversion::fromUtf8(input_file))) {
         auto const key = TextConversion::toUtf8(utf16_key);
-        if (auto const* const text = std::get_if<std::u16string>(&value)) {
-            texts[key] = TextConversion::toUtf8(*text);
-        } else {
-            require(key == "product", "E108", "not the key of a product line: " + key, __func__);
+        auto const* const text = std::get_if<std::u16string>(&value);
+        require(text == nullptr ? key == "product" : texts.count(key) != 0, "E108",
+                "unknown key: " + key, __func__);
+        if (text == nullptr) {
             products = std::get<std::vector<std::u16string>>(value);
+        } else {
+            texts[key] = TextConversion::toUtf8(*text);
         }
     }
-    validate_args(texts, {{"mode", "strval:full,minimal"},
-                          {"overwrite", "boolval"},
-                          {"port", "intval"},
-                          {"licence_file", "rfile"}});
-    for (auto const* const key : {"install_dir", "product_dir"}) {
-        require(!texts[key].empty(), "E100", std::string("the input file has no ") + key, __func__);
+    logger::append_file(input_file);
+    for (auto const* const key : {"install_dir", "product_dir", "version"}) {
+        require(!texts[key].empty(), "E100", std::string("no ") + key, __func__);
     }
-    require(!products.empty(), "E100", "the input file has no product", __func__);
-    check_version(texts["installed_version"]);
-    auto const folder = find_folder(texts["install_dir"]);
+    require(!products.empty(), "E100", "no product", __func__);
+    validate_args(texts, {{"overwrite", "boolval"}});
+    check_version(texts["version"]);
+    if (!texts["greeting"].empty()) {
+        say(texts["greeting"]);
+    }
     auto const product_dir = fs::absolute(texts["product_dir"]);
-    for (auto const& file : {product_dir, input_file, log_file, fs::path(texts["licence_file"])}) {
-        auto const relative = fs::weakly_canonical(file).lexically_relative(folder);
-        require(file.empty() || *relative.begin() == "..", "E104",
-                "install_dir would be replaced together with " + file.string(), __func__);
-    }
+    Plan plan;
+    plan.target = find_target(texts["install_dir"], {product_dir, input_file, log_file});
     auto const overwrite = InputFileParser().stringToLowerCase(texts["overwrite"]);
-    Plan plan = {folder, overwrite == "yes" || overwrite == "true", {}, 0};
+    plan.overwrite = overwrite == "yes" || overwrite == "true";
+    plan.version = texts["version"];
     for (auto const& product : products) {
         auto const name = TextConversion::toUtf8(product);
-        require(name.find('/') == std::string::npos, "E107",
-                "the name of a product contains '/': " + name, __func__);
         plan.products.push_back({name, find_archive(product_dir, name)});
-        plan.size += fs::file_size(plan.products.back().archive);
     }
     return plan;
 }
 
-/// Prints \p text and appends it to the log.
-void say(std::string const& text) {
-    std::cout << text << '\n' << std::flush;
-    logger::append_message(text);
-}
-
-/// Unpacks the archive of one product into the current folder. Warnings of libarchive are errors,
-/// because the installation must be complete.
-class ProductArchive {
+/// Shows what is being done: each step on a line and, on a terminal, a bar below it.
+class Progress {
 public:
-    explicit ProductArchive(Product const& product) : product_(product) {
-        archive_read_support_format_tar(source_.get());
-        archive_read_support_filter_gzip(source_.get());
-        archive_read_support_filter_zstd(source_.get());
-        check(source_, archive_read_open_filename(source_.get(), product.archive.c_str(), 1 << 16),
-              __func__);
-        // These checks need relative names, so products are unpacked into the current folder.
-        archive_write_disk_set_options(disk_.get(), ARCHIVE_EXTRACT_TIME |
-                                                        ARCHIVE_EXTRACT_SECURE_SYMLINKS |
-                                                        ARCHIVE_EXTRACT_SECURE_NODOTDOT |
-                                                        ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
+    explicit Progress(std::uintmax_t total) : total_(total) {}
+    ~Progress() { clear(); }
+
+    void step(std::string const& text) {
+        clear();
+        std::cout << printable(text) << '\n' << std::flush;
     }
 
-    /// \param progress  called with the number of bytes of the archive that have been read; may throw
-    void unpack(std::function<void(std::uintmax_t)> const& progress) {
-        archive_entry* entry = nullptr;
-        for (;;) {
-            entry_ = "entry " + std::to_string(archive_file_count(source_.get()) + 1);
-            auto const result = archive_read_next_header(source_.get(), &entry);
-            if (result == ARCHIVE_EOF) {
-                check(disk_, archive_write_close(disk_.get()), __func__);
-                return;
+    void add(std::uintmax_t bytes) {
+        done_ += bytes;
+        auto const percent = static_cast<int>(std::min<std::uintmax_t>(100, 100 * done_ / total_));
+        if (!isTerminal_ || percent == shown_) {
+            return;
+        }
+        shown_ = percent;
+        winsize size = {};
+        auto const known = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+        // The bar is followed by up to 8 columns, e.g. "] 100 %", and the cursor.
+        auto const width = std::clamp((known ? size.ws_col : 80) - 9, 0, 25);
+        auto const filled = static_cast<std::size_t>(percent * width / 100);
+        std::cout << "\r[" << std::string(filled, '#')
+                  << std::string(static_cast<std::size_t>(width) - filled, '.') << "] " << percent
+                  << " %" << std::flush;
+    }
+
+private:
+    void clear() {
+        if (shown_ >= 0) {
+            std::cout << "\r\033[K" << std::flush;
+            shown_ = -1;
+        }
+    }
+
+    bool isTerminal_ = ::isatty(STDOUT_FILENO) == 1;
+    int shown_ = -1;  ///< the percentage on the terminal; negative if there is no bar
+    std::uintmax_t done_ = 0;
+    std::uintmax_t total_;
+};
+
+/// Excludes other installers of one target until the process ends, even if it is killed.
+class Lock {
+public:
+    /// \param path  the name of the file in messages
+    Lock(int parent, std::string name, std::string const& path)
+        : parent_(parent), name_(std::move(name)) {
+        struct stat own = {};
+        struct stat directory = {};
+        struct stat named = {};
+        check_call(::fstat(parent_, &directory), path);
+        do {  // A finished installer may have removed the file after it was opened.
+            auto const flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+            file_ = Descriptor(
+                check_call(::openat(parent_, name_.c_str(), flags, 0600), "cannot open " + path));
+            check_call(::fstat(file_.get(), &own), path);
+            auto const owner = own.st_uid;
+            require(S_ISREG(own.st_mode) && (owner == ::geteuid() || owner == directory.st_uid),
+                    "E105", "another user has created " + path, __func__);
+            auto const result = ::flock(file_.get(), LOCK_EX | LOCK_NB);
+            require(result == 0 || errno != EWOULDBLOCK, "E105",
+                    "another installer has locked " + path, __func__);
+            check_call(result, "cannot lock " + path);
+        } while (::fstatat(parent_, name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
+                 named.st_ino != own.st_ino);
+    }
+    Lock(Lock const&) = delete;
+    Lock& operator=(Lock const&) = delete;
+    ~Lock() { ::unlinkat(parent_, name_.c_str(), 0); }
+
+private:
+    int parent_;
+    std::string name_;
+    Descriptor file_;
+};
+
+/// Returns \p target or, if directories above it are missing, the first of them.
+fs::path find_place(fs::path target) {
+    while (!fs::exists(target.parent_path())) {
+        target = target.parent_path();
+    }
+    return target;
+}
+
+/// A locked target, and a work directory beside it that no other user can enter. Uses descriptors,
+/// since another user may be able to rename what is in the parent directory.
+class Site {
+public:
+    explicit Site(fs::path const& target)
+        : place_(find_place(target)),
+          name_(place_.filename()),
+          parent_(open_directory(AT_FDCWD, place_.parent_path())),
+          lock_(parent_.get(), '.' + name_ + ".lock", sibling('.' + name_ + ".lock")),
+          exists_(::fstatat(parent_.get(), name_.c_str(), &previous_, AT_SYMLINK_NOFOLLOW) == 0) {
+        require(!exists_ || S_ISDIR(previous_.st_mode), "E103",
+                "a dangling link or not a directory: " + place_.string(), __func__);
+        require(!exists_ || place_ == target, "E105",
+                "another process has created " + place_.string(), __func__);
+        for (auto const& entry : fs::directory_iterator(place_.parent_path())) {
+            if (entry.path().filename().string().rfind(workPrefix(), 0) == 0) {
+                say("left by an installer that was killed, with files of the user if it had "
+                    "replaced "
+                    "them: " +
+                    entry.path().string());
             }
-            check(source_, result, __func__);
-            checkEntry(entry);
-            unpackEntry(entry, progress);
-            interrupt::test::pause_and_throw_if_set("EXAMPLE_INSTALLER_PAUSE");
+        }
+    }
+    Site(Site const&) = delete;
+    Site& operator=(Site const&) = delete;
+    ~Site() {
+        if (work_.get() < 0) {
+            return;
+        }
+        if (isDisposable_) {
+            remove_entries(work_, nullptr, [](auto const&...) {});
+        }
+        if (::unlinkat(parent_.get(), workName_.c_str(), AT_REMOVEDIR) != 0) {
+            say("cannot remove " + sibling(workName_));
+        }
+    }
+
+    /// Returns the receipt of the installation; an empty one if the target is empty or missing.
+    Receipt receipt() const {
+        if (!exists_) {
+            return {};
+        }
+        auto const found =
+            read_receipt(open_directory(parent_.get(), name_).get(), place_.string());
+        require(found || fs::is_empty(place_), "E106",
+                "no receipt of an earlier installation, but files in " + place_.string(), __func__);
+        return found.value_or(Receipt());
+    }
+
+    /// Creates the work directory, and checks that the target can be moved or exchanged.
+    void prepare() {
+        check_call(::fchdir(parent_.get()), place_.string());
+        auto name = workPrefix() + "XXXXXX";
+        check_call(::mkdtemp(name.data()) == nullptr ? -1 : 0, "cannot create " + sibling(name));
+        workName_ = name;
+        work_ = open_directory(parent_.get(), workName_);
+        struct stat status = {};
+        check_call(::fstat(work_.get(), &status), workName_);
+        require(status.st_uid == ::geteuid(), "E105",
+                "another user has replaced " + sibling(workName_), __func__);
+        check_call(::fchdir(work_.get()), workName_);
+        if (!exists_) {
+            return;
+        }
+        fs::create_directories("a/entry");
+        fs::create_directory("b");
+        check_call(::renameat2(AT_FDCWD, "a", AT_FDCWD, "b", RENAME_EXCHANGE),
+                   "the file system cannot exchange directories: " + place_.string());
+        // Always fails, since no directory replaces one that is not empty, but first for other reasons.
+        auto const result = ::renameat(parent_.get(), name_.c_str(), AT_FDCWD, "b");
+        require(errno != EBUSY, "E103", "a mount point: " + place_.string(), __func__);
+        check_call(errno == ENOTEMPTY || errno == EEXIST ? 0 : result,
+                   "cannot move " + place_.string());
+        fs::remove_all("b");
+        fs::remove("a");
+    }
+
+    std::uintmax_t freeSpace() const {
+        struct statvfs status = {};
+        check_call(::fstatvfs(parent_.get(), &status), place_.string());
+        return status.f_frsize * (::geteuid() == 0 ? status.f_bfree : status.f_bavail);
+    }
+
+    /// Creates the new directory \p target, with the owner of the previous one, and enters it.
+    void enterNew(fs::path const& target) const {
+        auto const relative = target.lexically_relative(place_.parent_path());
+        fs::create_directories(relative);
+        if (exists_) {
+            check_call(::chown(name_.c_str(), previous_.st_uid, previous_.st_gid),
+                       "cannot set the owner of a new " + place_.string());
+        }
+        fs::current_path(relative);
+    }
+
+    /// Moves the new directory into place. The exchange is atomic, so a complete installation is in
+    /// place at any time. The files are first written to the disk, so that this is also true after a
+    /// power failure.
+    void replace() {
+        if (exists_) {
+            check_call(::fchmodat(work_.get(), name_.c_str(), previous_.st_mode & 07777U, 0),
+                       "cannot set the permissions of a new " + place_.string());
+        }
+        check_call(::syncfs(work_.get()), "cannot write " + place_.string());
+        interrupt::throw_if_set("before the exchange");
+        auto const result = ::renameat2(work_.get(), name_.c_str(), parent_.get(), name_.c_str(),
+                                        exists_ ? RENAME_EXCHANGE : 0);
+        isDisposable_ = result != 0;
+        check_call(result, "cannot replace " + place_.string());
+        say((exists_ ? "replaced " : "created ") + place_.string());
+    }
+
+    /// Moves the installation into the work directory.
+    void takeAway() {
+        interrupt::throw_if_set("before the removal");
+        auto const result = ::renameat(parent_.get(), name_.c_str(), work_.get(), name_.c_str());
+        isDisposable_ = result != 0;
+        check_call(result, "cannot remove " + place_.string());
+        say("removed " + place_.string());
+    }
+
+    /// Removes the previous installation from the work directory. Keeps the user's files beside the
+    /// target.
+    void removePrevious(Receipt const& receipt) const {
+        if (!exists_) {
+            return;
+        }
+        std::vector<std::pair<std::string, std::string>> kept;
+        remove_entries(open_directory(work_.get(), name_), &receipt,
+                       [&](auto const&... entry) { kept.emplace_back(entry...); });
+        if (::unlinkat(work_.get(), name_.c_str(), AT_REMOVEDIR) == 0) {
+            return;
+        }
+        auto number = 1;
+        auto const path = [&] { return name_ + ".kept-" + std::to_string(number); };
+        while (::renameat(work_.get(), name_.c_str(), parent_.get(), path().c_str()) != 0) {
+            check_call(errno == ENOTEMPTY || errno == EEXIST || errno == ENOTDIR ? 0 : -1,
+                       "the user's files are in " + sibling(workName_));
+            ++number;
+        }
+        for (auto const& [entry, why] : kept) {
+            say("kept (" + why + "): " + sibling(path()) + '/' + entry);
         }
     }
 
 private:
-    using Handle = std::unique_ptr<archive, int (*)(archive*)>;
+    std::string sibling(std::string const& name) const { return place_.parent_path() / name; }
+    std::string workPrefix() const { return '.' + name_ + ".work-"; }
 
-    /// Refuses entries that libarchive would unpack: names that could forge log entries, devices, and
-    /// symbolic links that could lead out of the installation.
-    void checkEntry(archive_entry* entry) {
-        auto const* const name = archive_entry_pathname_utf8(entry);
-        auto const is_control = [](unsigned char c) { return c < ' ' || c == '\x7f'; };
-        if (name == nullptr || std::any_of(name, name + std::strlen(name), is_control)) {
-            refuse("its name is not UTF-8 or has control characters", __func__);
-        }
-        entry_ = name;
-        auto const type = archive_entry_filetype(entry);
-        auto const* const hard_link = archive_entry_hardlink(entry);
-        // In another folder, a hard link to a symbolic link could lead to another target.
-        if (hard_link != nullptr ? !fs::is_regular_file(fs::symlink_status(hard_link))
-                                 : type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK) {
-            refuse("not a file, a folder, a symbolic link or a hard link to a file", __func__);
-        }
-        auto const* const target = archive_entry_symlink(entry);
-        if (hard_link == nullptr && type == AE_IFLNK && leadsOut(target == nullptr ? "" : target)) {
-            refuse("a symbolic link that leads out of the installation", __func__);
-        }
-    }
-
-    /// Returns whether a symbolic link could lead out of the installation, directly or through other
-    /// links. It cannot if \p target is not empty, is relative, and contains ".." only at its beginning,
-    /// at most once for each folder above the link.
-    bool leadsOut(fs::path const& target) const {
-        auto const ups = [](fs::path const& p) { return std::count(p.begin(), p.end(), ".."); };
-        // libarchive creates the link "name" for the entries "name/" and "name/.", too.
-        auto const link = fs::path(entry_ + "/.").lexically_normal().parent_path();
-        auto const resolved = (link.parent_path() / target).lexically_normal();
-        return target.empty() || target.is_absolute() ||
-               ups(target) != ups(target.lexically_normal()) || ups(resolved) != 0;
-    }
-
-    void unpackEntry(archive_entry* entry, std::function<void(std::uintmax_t)> const& progress) {
-        auto const is_folder = archive_entry_filetype(entry) == AE_IFDIR;
-        if (is_folder) {
-            // Without these permissions, its owner could not replace the installation later.
-            archive_entry_set_perm(entry, archive_entry_perm(entry) | 0700);
-        }
-        check(disk_, archive_write_header(disk_.get(), entry), __func__);
-        void const* block = nullptr;
-        std::size_t size = 0;
-        la_int64_t offset = 0;
-        for (;;) {
-            progress(static_cast<std::uintmax_t>(archive_filter_bytes(source_.get(), -1)));
-            auto const result = archive_read_data_block(source_.get(), &block, &size, &offset);
-            if (result == ARCHIVE_EOF) {
-                break;
-            }
-            check(source_, result, __func__);
-            check(disk_, archive_write_data_block(disk_.get(), block, size, offset), __func__);
-        }
-        check(disk_, archive_write_finish_entry(disk_.get()), __func__);
-        if (!is_folder) {
-            logger::append_message("unpacked " + product_.name + ": " + entry_);
-        }
-    }
-
-    void check(Handle const& handle, la_ssize_t result, char const* function) const {
-        if (result >= ARCHIVE_OK) {
-            return;
-        }
-        auto const* const text = archive_error_string(handle.get());
-        auto why = std::string(text == nullptr ? "unknown error" : text);
-        auto const code = archive_errno(handle.get());
-        if (code > 0 && code != EILSEQ) {  // libarchive reports a malformed archive as EILSEQ.
-            why += ": " + std::generic_category().message(code);
-        }
-        refuse(why, function);
-    }
-
-    [[noreturn]] void refuse(std::string const& why, char const* function) const {
-        throw InstallerException("E300", "Nothing was installed.",
-                                 product_.archive.string() + ": " + entry_ + ": " + why,
-                                 createLocation("ProductArchive", function));
-    }
-
-    Product const& product_;
-    std::string entry_ = "header";  ///< the name of the current entry, for messages
-    Handle const source_{archive_read_new(), archive_read_free};
-    Handle const disk_{archive_write_disk_new(), archive_write_free};
+    fs::path place_;  ///< what is moved into place: the target or its first missing parent
+    std::string name_;
+    Descriptor parent_;
+    Lock lock_;
+    struct stat previous_ = {};
+    bool exists_;
+    std::string workName_;
+    Descriptor work_;
+    bool isDisposable_ = true;  ///< The work directory contains nothing of the user.
 };
 
-/// Unpacks all products into the current folder. Shows how much of all archives has been read: as a bar
-/// on a terminal, otherwise as a line for each product.
-void unpack(Plan const& plan) {
-    auto const is_terminal = ::isatty(STDOUT_FILENO) == 1;
-    std::uintmax_t done = 0;
+/// Unpacks the products into a work directory, which then replaces the installation.
+void install(Plan const& plan) {
+    Site site(plan.target);
+    auto const installed = site.receipt();
+    require(plan.overwrite || installed.products.empty(), "E106",
+            "overwrite is not yes, but products are installed in " + plan.target.string(),
+            __func__);
+    for (auto const& [name, version] : installed.products) {
+        auto const order = VersionComparator().compareVersionNumbers(
+            TextConversion::fromUtf8(version), TextConversion::fromUtf8(plan.version));
+        require(order <= 0, "E102", "a newer version is installed: " + name + ' ' + version,
+                __func__);
+    }
+    site.prepare();
+    std::vector<ProductArchive> archives;
+    std::uintmax_t size = 0;
+    std::uintmax_t needed = 0;
     for (auto const& product : plan.products) {
-        auto const show = [&](std::uintmax_t read) {
-            interrupt::throw_if_set("unpacking " + product.name);
-            if (is_terminal) {
-                auto const percent = std::min<std::uintmax_t>(100 * (done + read) / plan.size, 100);
-                auto const bar = std::string(percent / 4, '#') + std::string(25 - percent / 4, '.');
-                std::cout << '[' << bar << "] " << percent << " %  " << product.name << "\033[K\r"
-                          << std::flush;
-            }
-        };
-        std::cout << (is_terminal ? "" : "unpacking " + product.name + '\n') << std::flush;
-        ProductArchive(product).unpack(show);
-        done += fs::file_size(product.archive);
-        show(0);
+        archives.emplace_back(product.archive);
+        size += archives.back().size();
+        needed += archives.back().neededSpace();
     }
-    std::cout << (is_terminal ? "\n" : "") << std::flush;
+    require(
+        needed <= site.freeSpace(), "E110",
+        "too little space for " + std::to_string(needed) + " bytes beside " + plan.target.string(),
+        __func__);
+    site.enterNew(plan.target);
+    ReceiptWriter receipt;
+    Progress progress(size);
+    for (std::size_t i = 0; i < archives.size(); ++i) {
+        auto const& name = plan.products[i].name;
+        progress.step("unpacking " + name);
+        receipt.add("product " + plan.version, name);
+        auto entries = 0;
+        archives[i].unpack([&](std::uintmax_t bytes) { progress.add(bytes); },
+                           [&](std::string const& entry, std::string const& description) {
+                               receipt.add(description, entry);
+                               diagnostics().write(Severity::changes, {"unpacked ", entry});
+                               ++entries;
+                           });
+        logger::append_message("unpacked " + name + ' ' + plan.version +
+                               ", files: " + std::to_string(entries));
+    }
+    receipt.finish();
+    progress.step("writing to the disk");
+    site.replace();
+    site.removePrevious(installed);
 }
 
-/// Throws the system's error if a system call has not succeeded.
-void check_call(bool succeeded, char const* doing, fs::path const& path) {
-    if (auto const error = errno; !succeeded) {
-        throw std::system_error(error, std::generic_category(), doing + path.string());
-    }
-}
-
-/// Locks \p folder against other installers until the process ends, even if it is killed. Returns a
-/// descriptor of the folder, which must stay open.
-int lock(fs::path const& folder) {
-    auto const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    check_call(descriptor >= 0, "opening ", folder);
-    auto const is_free = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
-    check_call(is_free || errno == EWOULDBLOCK, "locking ", folder);
-    require(is_free, "E105", "another installer is using " + folder.string(), __func__);
-    return descriptor;
-}
-
-/// Removes a folder at the end of a scope. If that fails, the next installation removes it.
-struct FolderRemover {
-    fs::path const folder;
-    ~FolderRemover() {
-        std::error_code ignored;
-        fs::remove_all(folder, ignored);
-    }
-};
-
-/// Unpacks the products into a work folder, which then replaces the installation.
-void carry_out(Plan const& plan) {
-    // Missing parent folders are part of what is moved into place. If another process creates them
-    // meanwhile, the installation fails.
-    auto target = plan.folder;
-    while (!fs::exists(target.parent_path())) {
-        target = target.parent_path();
-    }
-    auto const parent = target.parent_path();
-    auto const work = parent / ("." + target.filename().string() + ".installing");
-    auto const locked = lock(parent);
-    if (fs::exists(work)) {
-        logger::append_message("removing what a killed installer left in " + work.string());
-        fs::remove_all(work);
-    }
-    struct stat previous = {};
-    auto const exists = target == plan.folder && ::stat(target.c_str(), &previous) == 0;
-    require(plan.overwrite || !exists || fs::is_empty(target), "E106",
-            "overwrite is not yes, but there are files in " + target.string(), __func__);
-    FolderRemover const remover = {work};
-    auto const folder = work / plan.folder.lexically_relative(parent);
-    fs::create_directories(folder);
-    fs::permissions(work, fs::perms::owner_all);  // The previous files can be private.
-    fs::current_path(folder);                     // All other paths are absolute.
-    unpack(plan);
-    auto const unpacked = work / target.filename();
-    if (exists) {
-        check_call(::chown(unpacked.c_str(), previous.st_uid, previous.st_gid) == 0 &&
-                       ::chmod(unpacked.c_str(), previous.st_mode & 07777U) == 0,
-                   "keeping the owner and the permissions of ", target);
-    }
-    // The exchange is atomic, so a complete installation is in place at any time. The files are first
-    // written to the disk, so that this is also true after a power failure.
-    check_call(::syncfs(locked) == 0, "writing ", work);
-    unsigned const flags = exists ? RENAME_EXCHANGE : 0;
-    auto const result = ::renameat2(AT_FDCWD, unpacked.c_str(), AT_FDCWD, target.c_str(), flags);
-    check_call(result == 0, "replacing (not every file system can exchange folders) ", target);
+void uninstall(fs::path const& target) {
+    require(fs::is_directory(target), "E103", "no directory: " + target.string(), __func__);
+    Site site(target);
+    auto const receipt = site.receipt();
+    require(!receipt.products.empty(), "E106", "no receipt in " + target.string(), __func__);
+    site.prepare();
+    site.takeAway();
+    site.removePrevious(receipt);
 }
 
 /// Prints and logs why and where the installation ended early.
 int fail(std::string const& why, std::string const& location, int status) {
-    auto const text = why + " (" + location + ")";
+    auto const text = printable(why + " (" + location + ")");
     std::cerr << "example_installer: " << text << '\n';
     logger::append_message(text);
     return status;
 }
 
-int run(std::string const& input_file, std::string const& log_file) {
-    std::optional<logger::Logger> log;  // It still exists when an exception is caught.
-    auto const* step = "run";
+int run(Arguments const& arguments) {
+    auto const& subject = arguments.files[0];
+    std::optional<logger::Logger> log;  // Outlives the try block, so that handlers can log.
+    std::string file;                   // The prefix of messages while the input file is checked.
     try {
-        log.emplace(fs::absolute(log_file).string());
-        auto const inputs = InputFileParser().parse(TextConversion::fromUtf8(input_file));
-        logger::append_file(input_file);
-        step = "make_plan";
-        auto const plan = make_plan(inputs, input_file, fs::absolute(log_file));
-        auto const locale = TextConversion::toUtf8(installer_locale::getLocale());
-        auto const sandbox = SandboxWorkflowDetector().isSandboxWorkflow();
-        say("installing to " + plan.folder.string() +
-            " (workflow: " + (sandbox ? "sandbox" : "ordinary") + ", locale: " + locale + ")");
-        step = "carry_out";
-        carry_out(plan);
-        say("installation finished");
+        auto const log_file = fs::absolute(arguments.files[1]).string();
+        log.emplace(log_file);
+        if (::geteuid() == 0) {
+            ::umask(
+                022);  // Everyone can use the installation. The log keeps the umask of the user.
+        }
+        if (arguments.uninstall) {
+            uninstall(find_target(subject, {log_file}));
+            say("uninstallation finished");
+        } else {
+            file = subject + ": ";
+            auto const plan = make_plan(subject, log_file);
+            file.clear();
+            install(plan);
+            say("installation finished");
+        }
         return 0;
     } catch (interrupt::Exception const& stopped) {
-        return fail(stopped.what(), createLocation("example_installer", step), 130);
+        return fail(stopped.what(), createLocation("example_installer", "run"), 130);
     } catch (InstallerException const& error) {
         auto const why = error.getErrorCode() + ": " + error.getPrimaryErrorMessage() + " ";
-        return fail(why + error.what(), error.getLocation(), 1);
+        return fail(why + file + error.what(), error.getLocation(), 1);
     } catch (std::exception const& error) {
-        return fail(error.what(), createLocation("example_installer", step), 1);
+        return fail(file + error.what(), createLocation("example_installer", "run"), 1);
     }
+}
+
+int start(Arguments arguments) {
+    auto const take = [&](std::string const& option) {
+        auto& files = arguments.files;
+        auto const found = std::find(files.begin(), files.end(), option);
+        return found != files.end() && (files.erase(found), true);
+    };
+    if (take("--help")) {
+        std::cout << help;
+        return 0;
+    }
+    arguments.verbose = take("--verbose");
+    arguments.uninstall = take("--uninstall");
+    if (auto const mistake = find_mistake(arguments); !mistake.empty()) {
+        std::cerr << "example_installer: " << printable(mistake) << '\n';
+        return 2;
+    }
+    StopSignals const stop_signals;
+    if (arguments.verbose) {
+        show_diagnostics();
+    }
+    return run(arguments);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::cerr << "usage: example_installer INPUT_FILE LOG_FILE\n";
-        return 2;
-    }
-    std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8, also in other locales.
+    std::setlocale(LC_CTYPE, "C.UTF-8");  // File names are UTF-8 in every locale.
     ::signal(SIGXFSZ, SIG_IGN);           // A file that is too large causes a write error.
-    ::signal(SIGPIPE, SIG_IGN);           // Closed output does not end the installation.
-    StopSignals const stop_signals;
-    return run(argv[1], argv[2]);
+    ::signal(SIGPIPE, SIG_IGN);  // A closed standard output does not stop the installation.
+    try {
+        return start({false, false, {argv + 1, argv + argc}});
+    } catch (std::exception const& error) {
+        std::cerr << "example_installer: " << error.what() << '\n';
+        return 1;
+    }
 }

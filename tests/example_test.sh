@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
-# Runs the example installer as a user would. Usage: example_test.sh PATH_OF_THE_EXAMPLE
+# Runs the example installer as a user would. Usage: example_test.sh [EMULATOR...] PATH_OF_THE_EXAMPLE
 set -euo pipefail
-example=$(realpath "$1")
+example=("${@:1:$#-1}" "$(realpath "${@: -1}")")
 scratch=$(realpath "$(mktemp -d)")
-trap 'rm -rf "$scratch"' EXIT
+trap 'chmod -R u+rwX "$scratch"; rm -rf --one-file-system "$scratch"' EXIT
 cd "$scratch"
 umask 022
 mkdir products content content/sub
 tar='tar --owner=0 --group=0'
+# The capabilities of root would override permissions.
+ordinary=(env)
+[ "$(id -u)" != 0 ] || ordinary=(setpriv '--bounding-set=-dac_override,-dac_read_search,-chown')
 
 fail() {
     printf '%s\n' "$1" '--- output:'
@@ -19,28 +22,33 @@ fail() {
 
 # input LINE...: writes the input file; a later line for a key replaces an earlier one.
 input() {
-    printf '%s\n' "install_dir = $scratch/app" 'product_dir = products' 'overwrite = yes' \
+    printf '%s\n' "install_dir = $scratch/app" 'product_dir = products' 'overwrite = yes' 'version = 1.10' \
         product.Basic_Tools "$@" >input
 }
 
+# digest NAME: writes the digest of an archive.
+digest() { (cd products && sha256sum "$1" >"$1.sha256"); }
+
 # archive ARGUMENT...: creates the archive of the product; the arguments are those of tar.
-archive() { $tar -czf products/Basic_Tools.tar.gz -C content "$@"; }
+archive() {
+    $tar -czf products/Basic_Tools.tar.gz -C content "$@"
+    digest Basic_Tools.tar.gz
+}
 
 # run STATUS TEXT [COMMAND...]: runs the installer, through the COMMAND if given, and checks that it
 # exits with the STATUS and that its log contains the TEXT.
+arguments=(input log)
 run() {
     local status=0
     rm -f log
-    "${@:3}" "$example" input log >output 2>&1 || status=$?
-    if [ "$status" != "$1" ] || ! grep -qF -- "$2" log; then
-        fail "status $status, not status $1 and: $2"
-    fi
+    "${@:3}" "${example[@]}" "${arguments[@]}" >output 2>&1 || status=$?
+    [ "$status" = "$1" ] && grep -qF -- "$2" log || fail "status $status, not status $1 and: $2"
 }
 
-# installed CONTENT: checks that the installed file has the CONTENT and that no work folder is left.
+# installed CONTENT: checks that the installed file has the CONTENT and that nothing else is left.
 installed() {
     [ "$(cat app/file)" = "$1" ] || fail "not installed: $1"
-    [ ! -e .app.installing ] || fail 'the work folder is left'
+    [ -z "$(find . -maxdepth 1 -name '.*.*')" ] || fail 'a work directory or a lock is left'
 }
 
 # refused TEXT [COMMAND...]: runs the installer, and checks that it fails, prints and logs the TEXT,
@@ -50,7 +58,7 @@ refused() {
     run 1 "$@"
     grep -qF -- "$1" output || fail "not shown: $1"
     installed previous
-    [ "$(ls -A app)" = file ] || fail "not as before: $1"
+    diff -r app template || fail "not as before: $1"
 }
 
 # wait_for COMMAND...: waits until the COMMAND succeeds, for at most 30 seconds.
@@ -63,25 +71,33 @@ wait_for() {
     fail "timed out: $*"
 }
 
-# previous: creates a previous installation.
+# previous: creates a previous installation of version 1.9.
 previous() {
-    rm -rf app
-    mkdir app
-    printf 'previous\n' >app/file
+    rm -rf app app.kept-*
+    cp -a template app
 }
 
 # start: starts an installer in the background, which replaces the previous installation and pauses
 # in the middle of unpacking.
 start() {
     previous
-    rm -f log
-    EXAMPLE_INSTALLER_PAUSE='' "$example" input log >output 2>&1 &
-    wait_for grep -q 'unpacked Basic Tools: file' log
-    [ -e .app.installing/app/file ] || fail 'not in the middle of unpacking'
-    [ "$(stat -c %a .app.installing)" = 700 ] || fail 'others can read what is being unpacked'
+    rm -f log output
+    # The shell ignores SIGINT in background processes.
+    EXAMPLE_INSTALLER_PAUSE='' env --default-signal "${example[@]}" --verbose input log >output 2>&1 &
+    wait_for grep -q 'unpacked file' output
+    work=$(echo .app.work-??????)
+    [ "$(stat -c %a "$work" .app.lock | xargs)" = '700 600' ] || fail 'open to others'
+    [ -e "$work/app/file" ] || fail 'not in the middle of unpacking'
 }
 
-# Successful installations: into a folder that is missing, empty, or contains an older or equal version.
+# Installations into a directory that is missing or empty. Root's umask does not apply to them.
+printf 'previous\n' >content/file
+archive file
+mkdir app
+input 'version = 1.9'
+run 0 'installation finished'
+installed previous
+mv app template
 printf 'first\n' >content/file
 printf 'tool\n' >content/sub/Wörld
 ln -s ../file content/sub/link
@@ -90,91 +106,169 @@ chmod 4755 content/file
 chmod 555 content/sub
 archive --format=pax file sub
 chmod 755 content/sub
-input 'install_dir = new/app/' 'mode = full' 'port = 80' 'licence_file = input' 'overwrite = no'
-run 0 'installation finished' env LC_ALL=de_AT.UTF-8
-for name in file sub/Wörld sub/link sub/hard; do
-    grep -qF "unpacked Basic Tools: $name" log || fail "not logged: $name"
+input 'install_dir = new/app/' 'overwrite = no' 'greeting = Grüß Gott'
+private=(env LC_ALL=de_AT.UTF-8)
+[ "$(id -u)" != 0 ] || private+=(bash -c 'umask 077; exec "$@"' -)
+run 0 'unpacked Basic Tools 1.10, files: 4' "${private[@]}"
+for text in 'Grüß Gott' 'overwrite = no' 'locale: de_AT' "created $scratch/new"; do
+    grep -qF "$text" log || fail "not logged: $text"
 done
-grep -qF 'port = 80' log || fail 'the input file is not in the log'
-grep -qF 'locale: de_AT' log || fail 'wrong locale'
 [ "$(cat new/app/sub/link new/app/sub/Wörld)" = $'first\ntool' ] || fail 'wrong content'
 [ new/app/file -ef new/app/sub/hard ] || fail 'not a hard link'
-[ "$(stat -c %a new/app/file new/app/sub)" = $'755\n755' ] || fail 'wrong permissions'
+[ "$(stat -c %a new new/app/file new/app/sub | xargs)" = '755 755 755' ] || fail 'wrong permissions'
 [ "$(ls -A new)" = app ] || fail 'more than the installation is left'
-mkdir app
-archive file
-input 'overwrite = no'
-run 0 'installation finished'
-installed first
+{
+    printf 'receipt 1\nproduct 1.10 Basic Tools\n'
+    (cd new/app && sha256sum file sub/Wörld sub/hard | sed 's/^/file /;s/  / /')
+    printf 'link %s sub/link\n' "$(printf ../file | sha256sum | cut -d' ' -f1)"
+} | sort >expected
+grep -v '^sha256' new/app/.receipt | sort | diff - expected >output || fail 'wrong receipt'
+
+# An update keeps the owner and permissions of the directory, and the files that the user added or changed.
 printf 'second\n' >content/file
 $tar --zstd -cf products/Basic_Tools.tar.zst -C content --no-recursion . file
+digest Basic_Tools.tar.zst
+rm -rf app
+mv new/app app
 chmod 2710 app
 [ "$(id -u)" != 0 ] || chown 2:3 app
 before=$(stat -c %u:%g:%a app)
-for version in '' 1.9 1.10.0; do
-    touch app/obsolete
-    input "installed_version = $version"
-    run 0 'workflow: ordinary'
+input
+for kept in 1 2; do
+    rm app/file
+    printf 'changed\n' >app/file
+    mkdir -p app/sub/own
+    touch app/sub/own/$'added\e'
+    run 0 "kept (changed): $scratch/app.kept-$kept/file"
+    grep -qF "kept (added): $scratch/app.kept-$kept/sub/own/added"$'\uFFFD' log || fail 'not named'
+    [ "$(find app.kept-$kept -type f | wc -l)" = 2 ] || fail 'more is kept'
     installed second
-    [ ! -e app/obsolete ] || fail "not replaced: $version"
-    [ "$(stat -c %u:%g:%a app)" = "$before" ] || fail "other permissions: $version"
+    [ "$(stat -c %u:%g:%a app)" = "$before" ] || fail 'other permissions'
 done
+[ "$(cat app.kept-1/file)" = changed ] || fail 'another file is kept'
+[ "$(sed -n '/unpacked/,$s/^[^)]*) \([a-z]*\).*/\1/p' log | xargs)" = 'unpacked replaced kept kept installation' ] ||
+    fail 'another order of entries'
+
+# --uninstall removes what the receipt lists.
+printf 'mine\n' >app/mine
+arguments=(--uninstall app log)
+run 0 "kept (added): $scratch/app.kept-3/mine"
+[ "$(find app* -type f | grep -c mine) $(ls -d app 2>&1 | grep -c 'No such')" = '1 1' ] || fail 'not removed'
+mkdir app
+run 1 "E106: Nothing was changed. no receipt in $scratch/app"
+rmdir app
+run 1 "E103: Nothing was changed. no directory: $scratch/app"
+arguments=(input log)
+
+# A previous file that cannot be removed is kept; nothing of it disturbs the next installation.
+previous
+mkdir app/fixed
+touch app/fixed/file
+chmod 555 app/fixed
+sed -i '/^sha256/d' app/.receipt
+printf 'file %s fixed/file\n' "$(sha256sum </dev/null | cut -d' ' -f1)" >>app/.receipt
+printf 'sha256 %s\n' "$(sha256sum <app/.receipt | cut -d' ' -f1)" >>app/.receipt
+run 0 "kept (Permission denied): $scratch/app.kept-1/fixed/file" "${ordinary[@]}"
+run 0 'installation finished'
+installed second
 rm products/Basic_Tools.tar.zst
 
-# Progress: a line for each product in a file, a bar on a terminal, and neither in the log.
-[ "$(grep -c 'unpacking Basic Tools' output)" = 1 ] || fail 'not one line for the product'
-script -qec "$example input log" /dev/null </dev/null >output || fail 'failed on a terminal'
-grep -qF '[#########################] 100 %  Basic Tools' output || fail 'no progress bar'
+# Progress: a line for each step and, on a terminal, a bar that fits and only changes with the percentage.
+[ "$(grep -cE '^(unpacking Basic Tools|writing to the disk)$' output)" = 2 ] || fail 'not one line for each step'
+head -c 20000000 /dev/urandom >content/large
+archive file large
+for columns in 20 40; do
+    script -qec "stty cols $columns; $(printf '%q ' "${example[@]}") input log" /dev/null </dev/null >output ||
+        fail 'failed on a terminal'
+    grep -qF '] 100 %' output || fail 'no progress bar'
+    [ "$(grep -aoE '\] [0-9]+ %' output | sort | uniq -d | wc -l)" = 0 ] || fail 'a percentage is written twice'
+    ! tr '\r' '\n' <output | grep -aF '%' | grep -E ".{$columns}" || fail 'a bar is too wide'
+done
 ! grep -E '%|unpacking' log || fail 'the progress is in the log'
+archive file
 
 # The sandbox workflow.
 mkdir -p box/bin
 touch box/qx_anchor
-cp "$example" box/bin
+cp "${example[-1]}" box/bin
 rm -rf app
-(example=$scratch/box/bin/$(basename "$example") && run 0 'workflow: sandbox')
+(example[-1]=$scratch/box/bin/$(basename "${example[-1]}") && run 0 "target: $scratch/box/sandbox$scratch/app (workflow: sandbox")
 [ -e "box/sandbox$scratch/app/file" ] || fail 'not installed in the sandbox'
 [ ! -e app ] || fail 'installed outside the sandbox'
-grep -qF "installing to $scratch/box/sandbox$scratch/app" log || fail 'the log does not name the sandbox'
+
+# Command lines: the status, the output, and the arguments. No log is opened.
+mkfifo pipe
+printf 'a text\n' >text
+while IFS='|' read -r expected text line; do
+    rm -f log
+    status=0
+    eval "timeout 20 ${example[*]@Q} $line" >output 2>&1 || status=$?
+    [ "$status" = "$expected" ] && grep -qF -- "$text" output || fail "status $status, not $expected and: $text"
+    [ ! -e log ] && [ "$(cat text)" = 'a text' ] || fail "a file was written: $line"
+done <<'EOF_LINES'
+0|usage: example_installer|--help
+2|unknown option: --unistall|--unistall app log
+2|two arguments|input
+2|the input file does not exist or is not a regular file: log|log input
+2|the input file does not exist or is not a regular file: pipe|pipe log
+2|not a regular file: /dev/fd/63|/dev/fd/63 log 63< <(cat input)
+2|the log cannot be the same file: ./input|input ./input
+2|an existing file is not a log: text (are the arguments swapped?)|input text
+2|regular file: none�|$'none\xff' log
+EOF_LINES
 
 # Inputs that are refused: the text of the refusal, and the lines of the input file.
+rm -f dangling && ln -s nowhere dangling
+mkdir -p home/documents
+touch home/documents/letter
 while IFS='|' read -r text lines; do
     input "${lines//;/$'\n'}"
     refused "$text"
 done <<EOF_INPUTS
-E100: The installation cannot start. the input file has no install_dir (example_installer::make_plan)|install_dir =
-the input file has no product_dir|product_dir =
-E101: The installation cannot start. installed_version is not a version number: rc1|installed_version = rc1
-E102: The installation cannot start. a newer version is installed: 1.10.1|installed_version = 1.10.1
-E103: The installation cannot start. install_dir cannot be replaced: /|install_dir = /
-install_dir cannot be replaced: $scratch/input|install_dir = input
-key='product' value='$scratch/products/Help.tar.gz' rule='rfile' (example_installer::make_plan)|product.Help
-key='product' value='/none/Basic_Tools.tar.gz' rule='rfile'|product_dir = /none
-E104: The installation cannot start. install_dir would be replaced together with $scratch/products|install_dir = products
-install_dir would be replaced together with app/file|licence_file = app/file
-E107: The installation cannot start. the name of a product contains '/': /none/Basic Tools|product./none/Basic_Tools
-the name of a product contains '/': a/../../products/Basic Tools|product.a/../../products/Basic_Tools
-E108: The installation cannot start. not the key of a product line: products|products.Basic_Tools
-E106: The installation cannot start. overwrite is not yes, but there are files in $scratch/app|overwrite = No
-overwrite is not yes|overwrite = FALSE
-key='overwrite' value='' rule='boolval' (example_installer::make_plan)|overwrite =
-key='mode' value='odd' rule='strval:full,minimal'|mode = odd
-key='port' value='http' rule='intval'|port = http
-key='licence_file' value='/none' rule='rfile'|licence_file = /none
+E100: Nothing was changed. input: no install_dir (example_installer::make_plan)|install_dir =
+no product_dir|product_dir =
+E101: Nothing was changed. input: version is not a version number: rc1|version = rc1
+version is not a version number: 1.99999999999|version = 1.99999999999
+E102: Nothing was changed. a newer version is installed: Basic Tools 1.9|version = 1.8.7
+E103: Nothing was changed. input: install_dir cannot be replaced: /|install_dir = /
+a dangling link or not a directory: $scratch/text|install_dir = text
+a dangling link or not a directory: $scratch/dangling|install_dir = dangling
+E106: Nothing was changed. no receipt of an earlier installation, but files in $scratch/home|install_dir = home
+E104: Nothing was changed. input: install_dir must not contain $scratch/products|install_dir = products
+E107: Nothing was changed. input: the name of a product contains '/' or a control|product./none/Basic_Tools
+E108: Nothing was changed. input: unknown key: products|products.Basic_Tools
+unknown key: overwirte|overwirte = no
+E106: Nothing was changed. overwrite is not yes, but products are installed in $scratch/app|overwrite = No
+input: key='overwrite' value='' rule='boolval' (example_installer::run)|overwrite =
+E109: Nothing was changed. input: product Basic Tool: no Basic_Tool.tar.zst or Basic_Tool.tar.gz in $scratch/products|product.Basic_Tool
 EOF_INPUTS
-printf 'install_dir = app\nproduct_dir = products\n' >input
-refused 'the input file has no product (example_installer::make_plan)'
+printf 'version = 1\ninstall_dir = app\nproduct_dir = products\n' >input
+refused 'input: no product (example_installer::make_plan)'
+input 'greeting = '$'\xe9'
+refused 'input: '
 input
-for arguments in 'input app/log' 'app/input log'; do
+for names in 'input app/log' 'app/input log'; do
     previous
     cp input app
-    ! "$example" $arguments >output 2>&1 || fail "replaced together with one of: $arguments"
-    grep -qF 'install_dir would be replaced together with' output || fail "not refused: $arguments"
-    [ -e app/input ] || fail "replaced: $arguments"
+    ! "${example[@]}" $names >output 2>&1 || fail "replaced together with one of: $names"
+    grep -qF 'install_dir must not contain' output || fail "not refused: $names"
+    [ -e app/input ] || fail "replaced: $names"
 done
-rm input
-refused 'input file does not exist! (example_installer::run)'
+mkdir $'latin\xe9'
+input 'install_dir = app'
+status=0
+(cd $'latin\xe9' && "${example[@]}" "$scratch/input" "$scratch/log") >output 2>&1 || status=$?
+[ "$status" = 1 ] && grep -qF "target: $scratch/latin"$'\uFFFD/app' log || fail "status $status in a directory of another encoding"
 input
+
+# Receipts that are refused: commands of sed.
+for command in 's/1.9/1.8/' '$d' '1d' 's/^file /filo /' 's/$/ /' d; do
+    previous
+    sed -i "$command" app/.receipt
+    cp app/.receipt damaged
+    run 1 "the receipt is damaged: $scratch/app/.receipt"
+    cmp app/.receipt damaged || fail "changed: $command"
+done
 
 # Archives that are refused: the text of the refusal, and the arguments of tar.
 ln -s sub content/inside
@@ -187,141 +281,215 @@ ln content/file content/twin
 ln -P content/sub/up content/moved
 mkfifo content/pipe
 ln -s .. content/esc
-touch content/$'line\nfeed' content/$'latin\xe9'
+cp content/file content/.receipt
+touch content/$'line\nfeed' content/$'latin\xe9' content/$'bidi\u202e'
 printf 'outside\n' >file
-while IFS='|' read -r text arguments; do
-    eval "archive $arguments"
-    refused "E300: Nothing was installed. $scratch/products/Basic_Tools.tar.gz: $text"
-done <<'EOF_ARCHIVES'
-../../file: Path contains '..' (ProductArchive::unpackEntry)|-P --transform 's|^|../../|' file
-/file: Path is absolute|-P --transform 's|^|/|' file
-inside/file: Cannot extract through symlink|--transform 's|^file|inside/file|' inside file
-absolute: a symbolic link that leads out of the installation (ProductArchive::checkEntry)|absolute
+outside='a name outside of the installation'
+while IFS='|' read -r text arguments_of_tar; do
+    eval "archive $arguments_of_tar"
+    refused "E300: Nothing was changed. $scratch/products/Basic_Tools.tar.gz: $text"
+done <<EOF_ARCHIVES
+../../file: $outside (ProductArchive::checkEntry)|-P --transform 's|^|../../|' file
+/file: $outside|-P --transform 's|^|/|' file
+inside/file: |--transform 's|^file|inside/file|' inside file
+absolute: a symbolic link that leads out of the installation|absolute
 climbing: a symbolic link that leads out|sub/top climbing
 inside: a symbolic link that leads out|--transform 'flags=s;s|.*||' inside
-esc/: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/|' esc
-esc/.: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/.|' esc
+esc: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/|' esc
+esc: a symbolic link that leads out|--transform 'flags=r;s|^esc$|esc/.|' esc
 sub/outside: a symbolic link that leads out|sub/outside
-twin: Path contains '..'|-P --transform 'flags=h;s|^|../../|' file twin
-twin: Path is absolute|-P --transform "flags=h;s|^|$scratch/|" file twin
-twin: not a file, a folder|-P --transform 'flags=h;s|^|../../none/|' file twin
-moved: not a file, a folder, a symbolic link or a hard link to a file|file sub/up moved
-pipe: not a file, a folder|pipe
+twin: $outside|-P --transform 'flags=h;s|^|../../|' file twin
+twin: $outside|-P --transform "flags=h;s|^|$scratch/|" file twin
+twin: a hard link to something else|--transform 'flags=h;s|^|none/|' file twin
+moved: a hard link to something else|file sub/up moved
+pipe: not a file, a directory|pipe
+file: the installation already has an entry|file ./file
+.receipt: the installation already has an entry|.receipt
 entry 2: its name is not UTF-8 or has control characters|file $'line\nfeed'
 entry 1: its name is not UTF-8|$'latin\xe9'
+entry 1: its name is not UTF-8 or has control characters|$'bidi\u202e'
+the archive has no entries|--files-from /dev/null
 EOF_ARCHIVES
 [ "$(cat file)" = outside ] || fail 'a file outside was changed'
 mkdir parent
-archive pipe
+archive .receipt
 input 'install_dir = parent/new/er/app'
-run 1 'pipe: not a file'
-[ -z "$(ls -A parent)" ] || fail 'a new parent folder is left'
-head -c 100000 /dev/urandom >content/large
-archive large
-head -c 50000 products/Basic_Tools.tar.gz >products/Help.tar.gz
-input product.Help
-refused 'truncated gzip input'
-printf 'not an archive\n' >products/Help.tar.gz
-refused "$scratch/products/Help.tar.gz: header: Unrecognized archive format"
-: >products/Help.tar.gz
-refused "key='product' value='$scratch/products/Help.tar.gz' rule='rfile'"
+run 1 '.receipt: the installation already has'
+[ -z "$(ls -A parent)" ] || fail 'a new parent directory is left'
 input
+
+# Damaged archives, and digests that are missing or for another file.
+gzip=products/Basic_Tools.tar.gz
+archive file sub/Wörld
+cp $gzip whole
+size=$(stat -c %s whole)
+for ((i = 0; i < 60; ++i)); do
+    offset=$((i * size / 60))
+    byte=$(od -An -tu1 -j $offset -N 1 whole)
+    cp whole $gzip
+    printf "\\x$(printf %x $((byte ^ 1 << i % 8)))" | dd of=$gzip bs=1 seek=$offset conv=notrunc status=none
+    refused "$scratch/$gzip: the archive is damaged"
+done
+head -c $((size / 2)) whole >$gzip
+refused "$scratch/$gzip: the archive is damaged"
+: >$gzip
+refused "input: key='product.Basic_Tools' value='$scratch/$gzip' rule='rfile'"
+cp whole $gzip
+sed -i 's/Basic/Other/' $gzip.sha256
+refused "the first line of $scratch/$gzip.sha256 is not the output of sha256sum"
+rm $gzip.sha256
+refused "the digest file cannot be read: $scratch/$gzip.sha256"
+printf 'not an archive\n' >$gzip
+digest Basic_Tools.tar.gz
+refused "$scratch/$gzip: "
 
 # A full disk: simulated by a limit on the size of files, and by a small file system if mounting is allowed.
+# Mount points are neither replaced nor entered.
 archive file large
-refused 'large: Write failed: File too large (ProductArchive::' bash -c 'ulimit -f 64 && exec "$@"' -
-small_disk() {
-    local status=0
-    mount -t tmpfs -o size=64k none disk || return 3
-    mkdir disk/app
-    touch disk/app/file
-    "$@" || status=$?
-    [ "$(find disk -mindepth 1 | sort | xargs)" = 'disk/app disk/app/file' ] || status=4
+refused 'large: Write failed: File too large (ProductArchive::' bash -c 'ulimit -f 8000 && exec "$@"' -
+mounted() {
+    mount -t tmpfs -o size=64k none disk
+    if [ "$1" = inside ]; then
+        mkdir disk/data
+        touch disk/data/letter
+        previous
+        mkdir app/disk
+        mount --bind disk/data app/disk
+    fi
+    status=0
+    "${@:2}" || status=$?
+    [ "$1" != inside ] || [ -e app.kept-1/disk/letter ] || status=4
+    [ "$(find disk -mindepth 1 -name '.*')" = '' ] || status=5
     return "$status"
 }
-export -f small_disk
+export -f mounted previous
 mkdir disk
-input 'install_dir = disk/app'
-if unshare -rm bash -c 'small_disk true' 2>/dev/null; then
-    run 1 'No space left on device (ProductArchive::' unshare -rm bash -c 'small_disk "$@"' -
+mounting=(unshare -m)
+[ "$(id -u)" = 0 ] || mounting=(unshare -rm)
+if "${mounting[@]}" bash -c 'mount -t tmpfs none disk' 2>/dev/null; then
+    input 'install_dir = disk/app'
+    run 1 'E110: Nothing was changed. too little space for ' "${mounting[@]}" bash -c 'mounted space "$@"' -
+    archive file
+    input 'install_dir = disk'
+    run 1 "E103: Nothing was changed. a mount point: $scratch/disk" \
+        "${mounting[@]}" bash -c 'mounted point "$@"' -
+    input
+    run 0 "kept (a mounted file system): $scratch/app.kept-1/disk" "${mounting[@]}" bash -c 'mounted inside "$@"' -
 fi
 input
+archive file
 
-# A folder that cannot be locked. The capabilities of root would override its permissions.
-ordinary=(env)
-[ "$(id -u)" != 0 ] || ordinary=(setpriv '--bounding-set=-dac_override,-dac_read_search')
+# A directory in which nothing can be created, an owner that cannot be set, and another user's lock.
 mkdir -m 300 unreadable
 input 'install_dir = unreadable/app'
-run 1 "opening $scratch/unreadable: Permission denied (example_installer::carry_out)" "${ordinary[@]}"
+run 1 "cannot open $scratch/unreadable: Permission denied (example_installer::run)" "${ordinary[@]}"
 chmod 700 unreadable
 input
+if [ "$(id -u)" = 0 ]; then
+    previous
+    chown 2:3 app
+    chmod 777 app
+    run 1 "cannot set the owner of a new $scratch/app: Operation not permitted" "${ordinary[@]}"
+    touch .app.lock
+    chown 2:3 .app.lock
+    run 1 "E105: Nothing was changed. another user has created $scratch/.app.lock"
+    rm .app.lock
+fi
 
-# Ctrl-C and SIGTERM in the middle. Before the signal, a second installer is refused.
+# Signals in the middle. Before the signal, a second installer of the same target is refused, but not one
+# of another target, nor if a process has locked the parent directory.
 archive file sub/link
-for signal in INT TERM; do
+for signal in INT TERM HUP; do
     start
     mv log log.first
-    run 1 "E105: The installation cannot start. another installer is using $scratch"
+    run 1 "E105: Nothing was changed. another installer has locked $scratch/.app.lock"
+    input "install_dir = other-$signal"
+    run 0 "created $scratch/other-$signal" flock -n "$scratch"
+    input
+    mv log.first log
     kill -"$signal" %%
     status=0
     wait %% || status=$?
     [ "$status" = 130 ] || fail "status $status after SIG$signal"
-    grep -qF 'Interrupted. env EXAMPLE_INSTALLER_PAUSE is set. (example_installer::carry_out)' log || fail 'not logged as interrupted'
+    grep -qF 'Interrupted. env EXAMPLE_INSTALLER_PAUSE is set. (example_installer::run)' log || fail 'not logged as interrupted'
     installed previous
 done
 
-# An installer that is killed in the middle, and the next installation.
+# An installer that is killed in the middle, and the next installation, which names what is left.
 start
 kill -KILL %%
 wait %% 2>/dev/null || true
 [ "$(cat app/file)" = previous ] || fail 'the killed installer changed the installation'
-run 0 "removing what a killed installer left in $scratch/.app.installing"
+run 0 "left by an installer that was killed, with files of the user if it had replaced them: $scratch/$work"
+rm -rf "$work"
 installed second
 
-# File systems that cannot exchange folders or have no locks, a parent folder that another process creates
-# at the same time, and an installer killed just before and just after the exchange.
+# File systems that cannot exchange directories or have no locks, a parent directory that another process
+# creates at the same time, Ctrl-C while files are written to the disk, and an installer killed just before
+# and just after the exchange.
 cat >shim.c <<'EOF_SHIM'
 #define _GNU_SOURCE
+#include <dlfcn.h>
 #include <errno.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
-int renameat2(int from_folder, const char* from, int to_folder, const char* to, unsigned flags) {
-    if (getenv("KILL_BEFORE")) raise(SIGKILL);
-    if (getenv("KILL_AFTER")) {
-        syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
-        raise(SIGKILL);
-    }
-    if (getenv("RENAME")) return syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
-    errno = EXDEV;
-    return -1;
+int renameat2(int from_directory, const char* from, int to_directory, const char* to, unsigned flags) {
+    if (getenv("NO_EXCHANGE")) return errno = EINVAL, -1;
+    if (getenv("KILL_BEFORE") && strcmp(from, "app") == 0) raise(SIGKILL);
+    int result = syscall(SYS_renameat2, from_directory, from, to_directory, to, flags);
+    if (getenv("KILL_AFTER") && strcmp(from, "app") == 0) raise(SIGKILL);
+    return result;
+}
+
+int unlinkat(int directory, const char* name, int flags) {
+    if (getenv("KILL_REMOVING") && strcmp(name, "file") == 0) raise(SIGKILL);
+    return syscall(SYS_unlinkat, directory, name, flags);
 }
 
 int flock(int descriptor, int operation) {
-    if (getenv("CREATE_FOLDER")) mkdir("fresh", 0777), mkdir("fresh/other", 0777);
     if (!getenv("NO_LOCKS")) return syscall(SYS_flock, descriptor, operation);
     errno = ENOLCK;
     return -1;
 }
+
+int syncfs(int descriptor) {
+    char const* parent = getenv("CREATE_PARENT");
+    if (parent) mkdir(parent, 0777), chdir(parent), mkdir("other", 0777);
+    if (getenv("INTERRUPT")) {
+        _Bool (*is_set)(void) = (_Bool(*)(void))dlsym(RTLD_DEFAULT, "_ZN7install7cpputil9interrupt6is_setEv");
+        kill(getpid(), SIGINT);
+        struct timespec pause = {0, 10000000};
+        for (int i = 0; i < 3000 && !is_set(); ++i) nanosleep(&pause, NULL);
+    }
+    return syscall(SYS_syncfs, descriptor);
+}
 EOF_SHIM
-"${CC:-cc}" -shared -fPIC -o shim.so shim.c
+"${CC:-cc}" -shared -fPIC -o shim.so shim.c -ldl
 shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
-refused "replacing (not every file system can exchange folders) $scratch/app: Invalid cross-device link (" \
-    "${shim[@]}"
-refused "locking $scratch: No locks available (example_installer::carry_out)" "${shim[@]}" NO_LOCKS=
+refused "the file system cannot exchange directories: $scratch/app: Invalid argument" "${shim[@]}" NO_EXCHANGE=
+run 1 "cannot lock $scratch/.app.lock: No locks available (example_installer::run)" "${shim[@]}" NO_LOCKS=
+rm .app.lock
 input 'install_dir = fresh/app'
-run 1 "$scratch/fresh: Directory not empty (example_installer::carry_out)" "${shim[@]}" CREATE_FOLDER= RENAME=
-[ -e fresh/other ] || fail 'the new folder of another process was replaced'
+run 1 "cannot replace $scratch/fresh: Directory not empty (example_installer::run)" "${shim[@]}" "CREATE_PARENT=$scratch/fresh"
+[ -e fresh/other ] || fail 'the new directory of another process was replaced'
 input
-for when in BEFORE:previous AFTER:second; do
+previous
+run 130 'Interrupted. before the exchange' "${shim[@]}" INTERRUPT=
+installed previous
+for when in BEFORE:previous AFTER:second REMOVING:second; do
     previous
-    run 137 'unpacked Basic Tools: file' "${shim[@]}" "KILL_${when%:*}="
+    run 137 'unpacked Basic Tools' "${shim[@]}" "KILL_${when%:*}="
     [ "$(cat app/file)" = "${when#*:}" ] || fail "not whole after KILL_$when"
-    [ -e .app.installing ] || fail "not killed: $when"
-    run 0 "removing what a killed installer left in $scratch/.app.installing"
+    [ -e .app.work-??????/app/file ] || fail "not killed: $when"
+    [ "$when" != REMOVING:second ] || grep -qF "replaced $scratch/app" log || fail 'the exchange is not logged'
+    run 0 "left by an installer that was killed"
+    rm -rf .app.work-*
     installed second
 done

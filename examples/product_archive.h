@@ -1,0 +1,108 @@
+#pragma once
+
+/// \file
+/// Verified and safe unpacking of a product's archive. Can be copied without the other files of the
+/// example; it needs libarchive, nettle and install::cpputil.
+
+#include <nettle/sha2.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+struct archive;
+struct archive_entry;
+
+/// Owns a file descriptor, or none.
+class Descriptor {
+public:
+    explicit Descriptor(int value = -1) : value_(value) {}
+    Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(value_, other.value_);
+        return *this;
+    }
+    ~Descriptor();
+    int get() const { return value_; }
+
+private:
+    int value_;
+};
+
+/// Returns \p result, the result of a system call.
+/// \throws std::system_error with the text \p what if the call failed
+int check_call(int result, std::string const& what);
+
+/// A SHA-256 digest.
+class Sha256 {
+public:
+    Sha256() { sha256_init(&state_); }
+    void update(void const* data, std::size_t size);
+    /// Returns the digest of all data in lowercase hexadecimal digits, and starts again.
+    std::string hex();
+
+private:
+    sha256_ctx state_ = {};
+};
+
+/// Returns \p text as UTF-8 that is safe to print and log: U+FFFD replaces control characters,
+/// characters that change the direction of text, and bytes that are not UTF-8.
+std::string printable(std::string const& text);
+
+/// Returns the kind and digest of an entry of \p directory: "file" and the digest of the content, or
+/// "link" and that of the target. Does not follow links. Returns an empty string for other kinds.
+/// \throws std::system_error if the entry cannot be read
+std::string describe_entry(int directory, std::string const& name);
+
+/// The archive NAME.tar.zst or NAME.tar.gz of a product. Warnings of libarchive are errors, because an
+/// installation must be complete.
+///
+/// Functions throw InstallerException if the archive is refused, std::system_error if a system call
+/// fails, and interrupt::Exception if the flag is raised.
+class ProductArchive {
+public:
+    /// Called with the number of bytes that have been unpacked since the last call.
+    using Progress = std::function<void(std::uintmax_t)>;
+    /// Called for each file and link with its path and what `describe_entry` returns for it.
+    using Record = std::function<void(std::string const&, std::string const&)>;
+
+    /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and then
+    /// checks all names and links in it. Later changes of the name \p path have no effect.
+    explicit ProductArchive(std::filesystem::path path);
+
+    /// Returns the size of all files, in bytes.
+    std::uintmax_t size() const { return size_; }
+
+    /// Returns the disk space that the entries may need, in bytes.
+    std::uintmax_t neededSpace() const { return size_ + entries_ * unit; }
+
+    /// Unpacks all entries into the current directory, which must be private to the process. Their
+    /// permissions are those in the archive without set-user-ID and similar bits, under the umask.
+    void unpack(Progress const& progress, Record const& record);
+
+private:
+    static constexpr std::uintmax_t unit = 4096;  ///< the usual block size of file systems
+    using Handle = std::unique_ptr<archive, int (*)(archive*)>;
+
+    Handle openReader(char const* function);
+    bool next(Handle const& reader, archive_entry*& entry);
+    void readHeaders();
+    void verify() const;
+    void checkEntry(archive_entry* entry) const;
+    bool leadsOut(std::filesystem::path const& target) const;
+    std::string unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
+                            Progress const& progress);
+    void check(Handle const& handle, std::ptrdiff_t result, char const* function) const;
+    [[noreturn]] void refuse(std::string const& why, char const* function) const;
+    [[noreturn]] void refuseArchive(std::string const& why, char const* function) const;
+
+    std::filesystem::path path_;
+    Descriptor file_;
+    std::uintmax_t size_ = 0;
+    std::uintmax_t entries_ = 0;
+    std::string entry_;  ///< the current entry's path, for messages; normal and relative
+};
