@@ -73,6 +73,14 @@ def parse_rows(label: str, case: str, goals: dict[str, float]) -> list[Row]:
     ]
 
 
+def example_rows(case: str, label: str) -> list[Row]:
+    return [
+        itself(f"the example installer, {label}: {what}", "bsdtar and sync", f"example_{what}/{case}/real_time",
+               f"bsdtar_{what}/{case}/real_time", goal)
+        for what, goal in (("time", 1.25), ("memory", 1.5))
+    ]
+
+
 ROWS = [
     Row("`append_message`", "open + write + close", "append_message", "floor_line", 1.15,
         reason="In addition to the system calls, an entry needs its time stamp, the check of its text and the lock."),
@@ -104,6 +112,8 @@ ROWS = [
     Row("`is_set`", "a call that loads an atomic", "is_set", "floor_atomic_load", 1.5),
     Row("`throw_if_set`", "a call that loads an atomic", "throw_if_set", "floor_atomic_load", 1.5),
     Row("loading the library", "loading Boost.Log", "run/load/real_time", "run/floor_load/real_time", 1.1),
+    *example_rows("small_files", "20,000 small files"),
+    *example_rows("large_file", "a file of 400 MB"),
 ]
 COUNTERS = [
     ("`append_file`, 32 MiB: peak memory, in sizes of the file", "append_file_memory", "times_the_file"),
