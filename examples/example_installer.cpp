@@ -1,5 +1,6 @@
-// A small installer, which installs all products or none, updates an installation, and removes it. It
-// uses every service of the library and is meant to be copied. Functions appear in execution order.
+// A small installer, which installs all products or none, updates an installation, and removes it.
+// It uses every service of the library and is meant to be copied. Functions appear in execution
+// order.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -67,9 +68,9 @@ constexpr auto const* help =
     "\n"
     "Exit status: 0 finished, 1 failed, 2 wrong command line, 130 stopped by a signal.\n";
 
-/// Raises the interrupt flag at the first Ctrl-C, SIGTERM or SIGHUP. Raising it is not safe in a signal
-/// handler, so a thread waits for the signals. Create it before any other thread, since threads
-/// inherit the signal mask.
+/// Raises the interrupt flag at the first Ctrl-C, SIGTERM or SIGHUP. Raising it is not safe in a
+/// signal handler, so a thread waits for the signals. Create it before any other thread, since
+/// threads inherit the signal mask.
 class StopSignals {
 public:
     StopSignals() {
@@ -107,7 +108,8 @@ struct Arguments {
     std::vector<std::string> files;  ///< the input file or the directory, and the log
 };
 
-/// Returns why the command line is refused, or an empty string. Nothing is written before this check.
+/// Returns why the command line is refused, or an empty string. Nothing is written before this
+/// check.
 std::string find_mistake(Arguments const& arguments) {
     auto const& files = arguments.files;
     auto const is_option = [](std::string const& file) { return file.empty() || file[0] == '-'; };
@@ -178,8 +180,8 @@ struct Plan {
     std::vector<Product> products;
 };
 
-/// Returns the directory of an installation. In the sandbox workflow, the directory "sandbox" next to
-/// the marker is prepended. It must not contain \p others.
+/// Returns the directory of an installation. In the sandbox workflow, the directory "sandbox" next
+/// to the marker is prepended. It must not contain \p others.
 fs::path find_target(std::string const& install_dir, std::vector<fs::path> const& others) {
     // A path that ends in "/" would have an empty file name.
     auto target = fs::absolute(install_dir + "/.").lexically_normal().parent_path();
@@ -429,7 +431,8 @@ public:
         fs::create_directory("b");
         check_call(::renameat2(AT_FDCWD, "a", AT_FDCWD, "b", RENAME_EXCHANGE),
                    "the file system cannot exchange directories: " + place_.string());
-        // Always fails, since no directory replaces one that is not empty, but first for other reasons.
+        // Always fails, since no directory replaces one that is not empty, but first for other
+        // reasons.
         auto const result = ::renameat(parent_.get(), name_.c_str(), AT_FDCWD, "b");
         require(errno != EBUSY, "E103", "a mount point: " + place_.string(), __func__);
         check_call(errno == ENOTEMPTY || errno == EEXIST ? 0 : result,
@@ -456,8 +459,8 @@ public:
     }
 
     /// Moves the new directory into place. The exchange is atomic, so a complete installation is in
-    /// place at any time. The files are first written to the disk, so that this is also true after a
-    /// power failure.
+    /// place at any time. The files are first written to the disk, so that this is also true after
+    /// a power failure.
     void replace() {
         if (exists_) {
             check_call(::fchmodat(work_.get(), name_.c_str(), previous_.st_mode & 07777U, 0),

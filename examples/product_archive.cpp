@@ -62,8 +62,8 @@ bool is_inside(fs::path const& name) {
     return name.is_relative() && std::find(name.begin(), name.end(), "..") == name.end();
 }
 
-/// Computes the digest of a large file while it is being unpacked. Another thread reads what has been
-/// written and starts to write it to the disk, which shortens the final `syncfs`.
+/// Computes the digest of a large file while it is being unpacked. Another thread reads what has
+/// been written and starts to write it to the disk, which shortens the final `syncfs`.
 class LargeFileDigest {
 public:
     explicit LargeFileDigest(std::string const& name)
@@ -271,9 +271,9 @@ void ProductArchive::checkEntry(archive_entry* entry) const {
     }
 }
 
-/// Returns whether a symbolic link could lead out of the installation, directly or through other links.
-/// It cannot if \p target is not empty, is relative, and contains ".." only at its beginning, at most
-/// once for each directory above the link.
+/// Returns whether a symbolic link could lead out of the installation, directly or through other
+/// links. It cannot if \p target is not empty, is relative, and contains ".." only at its
+/// beginning, at most once for each directory above the link.
 bool ProductArchive::leadsOut(fs::path const& target) const {
     auto const ups = [](fs::path const& p) { return std::count(p.begin(), p.end(), ".."); };
     auto const resolved = (fs::path(entry_).parent_path() / target).lexically_normal();

@@ -53,13 +53,14 @@ private:
 /// characters that change the direction of text, and bytes that are not UTF-8.
 std::string printable(std::string const& text);
 
-/// Returns the kind and digest of an entry of \p directory: "file" and the digest of the content, or
-/// "link" and that of the target. Does not follow links. Returns an empty string for other kinds.
+/// Returns the kind and digest of an entry of \p directory: "file" and the digest of the content,
+/// or "link" and that of the target. Does not follow links. Returns an empty string for other
+/// kinds.
 /// \throws std::system_error if the entry cannot be read
 std::string describe_entry(int directory, std::string const& name);
 
-/// The archive NAME.tar.zst or NAME.tar.gz of a product. Warnings of libarchive are errors, because an
-/// installation must be complete.
+/// The archive NAME.tar.zst or NAME.tar.gz of a product. Warnings of libarchive are errors, because
+/// an installation must be complete.
 ///
 /// Functions throw InstallerException if the archive is refused, std::system_error if a system call
 /// fails, and interrupt::Exception if the flag is raised.
@@ -70,8 +71,8 @@ public:
     /// Called for each file and link with its path and what `describe_entry` returns for it.
     using Record = std::function<void(std::string const&, std::string const&)>;
 
-    /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and then
-    /// checks all names and links in it. Later changes of the name \p path have no effect.
+    /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and
+    /// then checks all names and links in it. Later changes of the name \p path have no effect.
     explicit ProductArchive(std::filesystem::path path);
 
     /// Returns the size of all files, in bytes.

@@ -61,7 +61,7 @@ Descriptor open_directory(int parent, std::string const& name);
 /// Called with the path of an entry that was not removed, and the reason.
 using Kept = std::function<void(std::string const&, std::string const&)>;
 
-/// Removes from \p directory the receipt, the files and links that are as \p receipt lists them, and
-/// all directories that are then empty. Without a \p receipt, removes everything. Never enters a
-/// mounted file system.
+/// Removes from \p directory the receipt, the files and links that are as \p receipt lists them,
+/// and all directories that are then empty. Without a \p receipt, removes everything. Never enters
+/// a mounted file system.
 void remove_entries(Descriptor const& directory, Receipt const* receipt, Kept const& kept);
