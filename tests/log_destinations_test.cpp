@@ -213,12 +213,12 @@ protected:
             second.wait_for(std::chrono::milliseconds(20));
         });
         apply(row.first);
-        disableRecords();
-        if (!second.valid()) {
-            return std::nullopt;
+        bool const is_started = second.valid();
+        if (is_started) {
+            second.get();
         }
-        second.get();
-        return result();
+        disableRecords();
+        return is_started ? std::optional(result()) : std::nullopt;
     }
 
 private:
