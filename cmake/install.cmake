@@ -1,9 +1,9 @@
-# Installs the library, its headers in a folder of their own, and the files for CMake and pkg-config.
+# Installs the library, its headers in a directory of their own, and the files for CMake and pkg-config.
 include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/install_cpputil)
 
-# One component to run programs, one to build them.
+# Separate runtime and development components.
 install(TARGETS install_cpputil EXPORT install_cpputil_targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   COMPONENT install_cpputil_runtime
@@ -31,9 +31,10 @@ install(FILES
   COMPONENT install_cpputil_development)
 
 # The paths in the pkg-config file are relative to the file, because the tree may be installed under another
-# prefix than the configured one, or moved. Absolute paths stay as they are.
+# prefix than the configured one, or moved. In /usr, they are absolute: as -isystem, /usr/lib/../include would
+# precede the compiler's own directories and break its headers.
 set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   set(pkgconfig_prefix "${CMAKE_INSTALL_PREFIX}")
 else()
   file(RELATIVE_PATH prefix_from_pkgconfig /${pkgconfig_directory} /)
