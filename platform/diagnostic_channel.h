@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Channels of diagnostic records.
+
 #include <initializer_list>
 #include <memory>
 #include <string>

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Visibility of symbols.
+
 #if __cplusplus < 201703L
 #error "install::cpputil needs C++17 or later"
 #endif

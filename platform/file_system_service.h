@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Path manipulation and file-system queries.
+
 #include <string>
 
 #include "export.h"

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Names of files and directories.
+
 #include <string>
 
 #include "export.h"

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// The user's name and the local time.
+
 #include <ctime>
 #include <string>
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// The locale in the environment.
+
 #include <string>
 
 #include "export.h"

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Conversion between UTF-8 and UTF-16.
+
 #include <stdexcept>
 #include <string>
 #include <string_view>

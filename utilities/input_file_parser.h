@@ -44,8 +44,18 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 /// first run of ".", with every "_" replaced by a space. The names of all product lines form one
 /// list, even if their keys differ. A later line for a key replaces the earlier value. An
 /// assignment to the empty key or to "product" stores nothing. A product line without a name and
-/// any other line are ignored. There are no sections, quotes, escapes or comments after a value,
-/// and a byte-order mark is ordinary text.
+/// any other line are ignored. A byte-order mark is ordinary text.
+///
+/// Readers of other formats may expect something else:
+///
+/// | Line               | Result                                                              |
+/// |--------------------|---------------------------------------------------------------------|
+/// | `name = "My App"`  | The quotes belong to the value. Backslashes are no escapes, either. |
+/// | `port = 80 # http` | The value is "80 # http". Only a whole line can be a comment.       |
+/// | `path = /opt/\`    | The value ends in a backslash. The next line is no continuation.    |
+/// | `; a = b`          | An assignment to the key "; a". ";" does not start a comment.       |
+/// | `[server]`         | Ignored. There are no sections: the keys after it have no prefix.   |
+/// | `name: value`      | Ignored, because it contains no "=".                                |
 ///
 /// A file with n product lines whose keys all differ results in n lists with n²/2 names in total:
 /// 247 KiB of such lines need more than 6 GiB of memory. Limit the size of untrusted files.

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Detection of the sandbox workflow.
+
 #include "../platform/export.h"
 
 namespace install::cpputil {

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Comparison of version numbers.
+
 #include <string>
 #include <vector>
 
