@@ -70,28 +70,26 @@ TEST(FileSystemService, ReturnsTheInstallationRootThatWasSet) {
               utf16(fs::canonical("/proc/self/exe").parent_path()));
 }
 
-/// Makes it impossible to open any file, such as the user database.
-[[nodiscard]] Undo without_descriptors() {
-    rlimit earlier = {};
-    ::getrlimit(RLIMIT_NOFILE, &earlier);
-    rlimit const none = {0, earlier.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
-    return {nullptr, [=](void*) { ::setrlimit(RLIMIT_NOFILE, &earlier); }};
-}
-
 TEST(PlatformInfo, ReturnsTheLastKnownNameWhileTheUserDatabaseFails) {
     constexpr uid_t root = 0, known = 1, unknown = 3;
     auto const name_of = [](uid_t user) {
-        auto const other = as_user(user);
-        return PlatformInfo().userName();
+        // An ordinary user cannot become another one.
+        auto const earlier = ::geteuid();
+        static_cast<void>(::seteuid(user));
+        auto name = PlatformInfo().userName();
+        static_cast<void>(::seteuid(earlier));
+        return name;
     };
     auto const name = name_of(known);
     name_of(root);
-    auto failure = without_descriptors();
-    EXPECT_EQ(name_of(known), name);
-    // An ordinary user cannot become another one.
-    EXPECT_EQ(name_of(unknown), ::geteuid() == root ? "" : name);
-    failure.reset();
+    rlimit earlier = {};
+    ::getrlimit(RLIMIT_NOFILE, &earlier);
+    rlimit const none = {0, earlier.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);  // The database cannot be opened.
+    auto const known_name = name_of(known), unknown_name = name_of(unknown);
+    ::setrlimit(RLIMIT_NOFILE, &earlier);
+    EXPECT_EQ(known_name, name);
+    EXPECT_EQ(unknown_name, ::geteuid() == root ? "" : name);
     EXPECT_NE(name_of(unknown), "");
 }
 
