@@ -260,8 +260,9 @@ TEST_F(Process, CompletesAnEntryInProgressAtExit) {
     auto const child = start_child([&] {
         Logger const log(name("log"));
         std::thread([&] { append_message(message); }).detach();
-        pollfd entry = {reader, POLLIN, 0};
-        ::poll(&entry, 1, -1);
+        for (pollfd entry = {reader, POLLIN, 0}; (entry.revents & POLLIN) == 0;) {
+            ::poll(&entry, 1, -1);
+        }
         std::atexit([] { ::close(exiting[1]); });
         std::exit(0);
     });
