@@ -156,9 +156,14 @@ TEST_F(ThrowingSink, LeavesTheDestinationUnset) {
 }
 
 TEST_F(ThrowingSink, LeavesTheDestinationAsItWas) {
-    Logger const old(name("old"));
+    std::optional<Logger> old(name("old"));
     constexpr int records_of_replaced_destination = 7;
     expectUnchanged(records_of_replaced_destination);
+    old.emplace(name("old"));
+    EXPECT_TRUE(throwsAtRecord(records_of_replaced_destination - 1));
+    disableRecords();
+    old.reset();
+    EXPECT_EQ(destinations(), "|old");
 }
 
 // At each record of one change in turn, another thread starts a second change. The result must
@@ -325,18 +330,24 @@ TEST_F(CallingSink, FindsTheDestinationOfEachRecord) {
                             "at unset destination"));
 }
 
-TEST_F(CallingSink, ReplacesTheDestination) {
-    Logger const log(name("a"));
-    std::optional<Logger> other;
-    callAtEachRecord([&](std::string const& record) {
-        if (record == "flush destination" && !other) {
-            other.emplace(name("c"));
-        }
-    });
-    Logger const replacement(name("b"));
-    disableRecords();
-    EXPECT_EQ(destinations(), "b|c");
-    EXPECT_EQ(content("c"), "");
+TEST_F(CallingSink, ReplacesTheDestinationWhileItIsReplaced) {
+    struct Row {
+        char const* record;
+        char const* destinations;
+    };
+    Row const rows[] = {{"flush destination", "b|c"}, {" last_destination_file.string()=", "b|a"}};
+    for (auto const& row : rows) {
+        Logger const log(name("a"));
+        std::optional<Logger> other;
+        callAtEachRecord([&](std::string const& record) {
+            if (record.find(row.record) == 0 && !other) {
+                other.emplace(name("c"));
+            }
+        });
+        Logger const replacement(name("b"));
+        disableRecords();
+        EXPECT_EQ(destinations(), row.destinations) << row.record;
+    }
 }
 
 }  // namespace

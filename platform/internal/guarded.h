@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstddef>
 #include <new>
-#include <utility>
 
 #include "platform/internal/library_mutex.h"
 
@@ -30,7 +29,7 @@ public:
 private:
     LibraryMutex& mutex_;
     std::atomic<bool> hasEnded_ = false;
-    // Null before the lifetime begins and after it has ended.
+    // Null before the lifetime begins; dangling after hasEnded_.
     Object* object_ GUARDED_BY(mutex_) = nullptr;
     alignas(Object) std::byte storage_[sizeof(Object)] = {};
 };
@@ -50,7 +49,7 @@ public:
     ~Lifetime() {
         guarded_.hasEnded_ = true;
         if (guarded_.mutex_.lockUntil(exit_deadline())) {
-            std::exchange(guarded_.object_, nullptr)->~Object();
+            guarded_.object_->~Object();
             guarded_.mutex_.unlock();
         }
     }
