@@ -170,10 +170,10 @@ TEST_F(ThrowingSink, LeavesTheDestinationAsItWas) {
 // equal one of the two serial orders.
 class ConcurrentChanges : public LogTest {
 protected:
-    enum class Change { set_b, set_c, unset_a };
+    /// A change sets the file with its name or, if that is empty, unsets the file "a".
     struct Row {
         bool starts_with_a;
-        Change first, second;
+        std::string first, second;
     };
 
     void start(bool with_a) {
@@ -182,17 +182,16 @@ protected:
             fs::remove(path(file));
         }
         if (with_a) {
-            loggers_["a"].emplace(name("a"));
+            apply("a");
         }
         logger::detail::forget_last_destination();
     }
 
-    void apply(Change change) {
-        if (change == Change::unset_a) {
+    void apply(std::string const& change) {
+        if (change.empty()) {
             loggers_["a"].reset();
         } else {
-            std::string const file = change == Change::set_b ? "b" : "c";
-            loggers_[file].emplace(name(file));
+            loggers_[change].emplace(name(change));
         }
     }
 
@@ -200,7 +199,7 @@ protected:
         return destinations() + "|" + content("a") + content("b") + content("c");
     }
 
-    std::string serialResult(bool with_a, Change first, Change second) {
+    std::string serialResult(bool with_a, std::string const& first, std::string const& second) {
         start(with_a);
         apply(first);
         apply(second);
@@ -231,10 +230,7 @@ private:
 };
 
 TEST_F(ConcurrentChanges, AreAtomic) {
-    Row const rows[] = {{false, Change::set_b, Change::set_c},
-                        {true, Change::set_b, Change::set_c},
-                        {true, Change::unset_a, Change::set_b},
-                        {true, Change::set_b, Change::unset_a}};
+    Row const rows[] = {{false, "b", "c"}, {true, "b", "c"}, {true, "", "b"}, {true, "b", ""}};
     for (auto const& row : rows) {
         auto const serial = serialResult(row.starts_with_a, row.first, row.second);
         auto const reversed = serialResult(row.starts_with_a, row.second, row.first);
@@ -317,17 +313,13 @@ TEST_F(CallingSink, FindsTheDestinationOfEachRecord) {
             " destination_file.string()=D/b | D/b | D/a", "flush destination | D/b | D/a",
             " last_destination_file.string()=D/b | D/b | D/b", "unset destination | D/b | D/b"));
     EXPECT_EQ(destinations(), "|b");
-    EXPECT_THAT(
-        messages(path("a")),
-        ElementsAre("at set destinationD/b", "at  destination_file.string()=D/a ofile.string()=D/b",
-                    "at  msg=Reset destination file log D/a to D/b",
-                    "Reset destination file log " + path("a") + " to " + path("b"),
-                    "at flush destination", "at  last_destination_file.string()=D/a",
-                    "at unset destination"));
+    auto const reset = "Reset destination file log " + path("a") + " to " + path("b");
+    EXPECT_THAT(messages(path("a")),
+                ElementsAre(HasSubstr("at set"), HasSubstr("at "), HasSubstr("at  msg="), reset,
+                            HasSubstr("at flush"), HasSubstr("at "), HasSubstr("at unset")));
     // Nothing is appended at the record of the new destination.
     EXPECT_THAT(messages(path("b")),
-                ElementsAre("at flush destination", "at  last_destination_file.string()=D/b",
-                            "at unset destination"));
+                ElementsAre(HasSubstr("at flush"), HasSubstr("at "), HasSubstr("at unset")));
 }
 
 TEST_F(CallingSink, ReplacesTheDestinationWhileItIsReplaced) {
