@@ -5,6 +5,7 @@
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +42,23 @@ void floor_line(benchmark::State& state) {
     }
 }
 BENCHMARK(floor_line);
+
+/// The system calls that the contract of the fallback file requires.
+void floor_fallback(benchmark::State& state) {
+    Scratch const scratch;
+    auto const file = scratch / "log";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(::geteuid());
+        int const descriptor =
+            ::open(file.c_str(),
+                   O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0600);
+        struct stat status = {};
+        benchmark::DoNotOptimize(::fstat(descriptor, &status));
+        benchmark::DoNotOptimize(::write(descriptor, line.data(), line.size()));
+        ::close(descriptor);
+    }
+}
+BENCHMARK(floor_fallback);
 
 std::unique_ptr<Scratch> shared_scratch;
 std::unique_ptr<logger::Logger> shared_log;
