@@ -6,12 +6,12 @@
 
 #include <nettle/sha2.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 struct archive;
@@ -37,11 +37,16 @@ private:
 /// \throws std::system_error with the text \p what if the call failed
 int check_call(int result, std::string const& what);
 
+/// Calls \p consume for each block of the content of \p file. \p name is for messages.
+/// \throws std::system_error if the file cannot be read
+void read_blocks(Descriptor const& file, std::string const& name,
+                 std::function<void(std::string_view)> const& consume);
+
 /// A SHA-256 digest.
 class Sha256 {
 public:
     Sha256() { sha256_init(&state_); }
-    void update(void const* data, std::size_t size);
+    void update(std::string_view data);
     /// Returns the digest of all data in lowercase hexadecimal digits, and starts again.
     std::string hex();
 
@@ -53,23 +58,16 @@ private:
 /// characters that change the direction of text, and bytes that are not UTF-8.
 std::string printable(std::string const& text);
 
-/// Returns the kind and digest of an entry of \p directory: "file" and the digest of the content,
-/// or "link" and that of the target. Does not follow links. Returns an empty string for other
-/// kinds.
-/// \throws std::system_error if the entry cannot be read
-std::string describe_entry(int directory, std::string const& name);
-
 /// The archive NAME.tar.zst or NAME.tar.gz of a product. Warnings of libarchive are errors, because
 /// an installation must be complete.
 ///
 /// Functions throw InstallerException if the archive is refused, std::system_error if a system call
-/// fails, and interrupt::Exception if the flag is raised.
+/// fails, and interrupt::Exception if the flag is raised. They write a record for each unpacked
+/// entry to the diagnostic channel "product_archive".
 class ProductArchive {
 public:
     /// Called with the number of bytes that have been unpacked since the last call.
     using Progress = std::function<void(std::uintmax_t)>;
-    /// Called for each file and link with its path and what `describe_entry` returns for it.
-    using Record = std::function<void(std::string const&, std::string const&)>;
 
     /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and
     /// then checks all names and links in it. Later changes of the name \p path have no effect.
@@ -79,27 +77,25 @@ public:
     std::uintmax_t size() const { return size_; }
 
     /// Returns the disk space that the entries may need, in bytes.
-    std::uintmax_t neededSpace() const { return size_ + entries_ * unit; }
+    std::uintmax_t neededSpace() const { return size_ + entries_ * block_size; }
 
     /// Unpacks all entries into the current directory, which must be private to the process. Their
     /// permissions are those in the archive without set-user-ID and similar bits, under the umask.
-    void unpack(Progress const& progress, Record const& record);
+    void unpack(Progress const& progress);
 
 private:
-    static constexpr std::uintmax_t unit = 4096;  ///< the usual block size of file systems
+    static constexpr std::uintmax_t block_size = 4096;  ///< the usual one of file systems
     using Handle = std::unique_ptr<archive, int (*)(archive*)>;
 
-    Handle openReader(char const* function);
-    bool next(Handle const& reader, archive_entry*& entry);
-    void readHeaders();
     void verify() const;
+    Handle openReader();
+    archive_entry* nextEntry(Handle const& reader);
     void checkEntry(archive_entry* entry) const;
-    bool leadsOut(std::filesystem::path const& target) const;
-    std::string unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
-                            Progress const& progress);
-    void check(Handle const& handle, std::ptrdiff_t result, char const* function) const;
-    [[noreturn]] void refuse(std::string const& why, char const* function) const;
-    [[noreturn]] void refuseArchive(std::string const& why, char const* function) const;
+    void unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
+                     Progress const& progress) const;
+    void check(Handle const& handle, int result, char const* function = __builtin_FUNCTION()) const;
+    [[noreturn]] void refuse(std::string const& why,
+                             char const* function = __builtin_FUNCTION()) const;
 
     std::filesystem::path path_;
     Descriptor file_;

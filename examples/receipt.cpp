@@ -1,40 +1,60 @@
 #include "receipt.h"
 
-#include <dirent.h>
 #include <fcntl.h>
+#include <fts.h>
+#include <install_cpputil/utilities/interrupt.h>
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
-#include <vector>
+
+#include "product_archive.h"
+
+using namespace install::cpputil;
+namespace fs = std::filesystem;
 
 namespace {
 
-constexpr auto const* first_line = "receipt 1\n";
-constexpr auto const* last_line = "sha256 ";
+constexpr std::string_view first_line = "receipt 1\n";
+constexpr std::string_view last_line = "sha256 ";
 
-std::vector<std::string> names_in(Descriptor const& directory) {
-    std::vector<std::string> names;
-    auto const own = ::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    std::unique_ptr<DIR, int (*)(DIR*)> const stream(own < 0 ? nullptr : ::fdopendir(own),
-                                                     ::closedir);
-    check_call(stream == nullptr ? -1 : 0, "cannot read a directory");
-    while (auto const* const entry = ::readdir(stream.get())) {
-        if (std::string_view const name = entry->d_name; name != "." && name != "..") {
-            names.emplace_back(name);
-        }
-    }
-    return names;
+/// Opens a file, neither following a link nor waiting for a pipe, which may have replaced it.
+Descriptor open_file(std::string const& name) {
+    return Descriptor(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
-/// Reads the lines between the first and the last one. Returns false if one of them is malformed.
+/// Returns the kind and digest of a file or link. Calls \p before_block, which may throw.
+std::string describe(
+    std::string const& name, bool is_link, std::function<void()> const& before_block = [] {}) {
+    Sha256 digest;
+    if (is_link) {
+        std::array<char, PATH_MAX> target = {};
+        auto const size = check_call(
+            static_cast<int>(::readlink(name.c_str(), target.data(), target.size())), name);
+        digest.update({target.data(), static_cast<std::size_t>(size)});
+        return "link " + digest.hex();
+    }
+    auto const file = open_file(name);
+    check_call(file.get(), "cannot open " + name);
+    read_blocks(file, name, [&](std::string_view block) {
+        before_block();
+        digest.update(block);
+    });
+    return "file " + digest.hex();
+}
+
+/// Reads the lines between the first and the last one. Returns whether they are well-formed.
 bool parse_lines(std::string const& text, Receipt& receipt) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -55,123 +75,122 @@ bool parse_lines(std::string const& text, Receipt& receipt) {
     return !receipt.products.empty();
 }
 
-/// Removes entries recursively: the number of open directories limits the depth.
-// NOLINTBEGIN(misc-no-recursion)
-class Remover {
-public:
-    Remover(Receipt const* receipt, Kept const& kept) : receipt_(receipt), kept_(kept) {}
+bool is_mount_point(char const* directory) {
+    struct statx status = {};
+    auto const flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+    check_call(::statx(AT_FDCWD, directory, flags, STATX_TYPE, &status), directory);
+    return (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
 
-    /// \param prefix  the path of \p directory inside the installation, with a separator at its end
-    void removeFrom(Descriptor const& directory, std::string const& prefix) const {
-        for (auto const& name : names_in(directory)) {
-            try {
-                remove(directory, name, prefix + name);
-            } catch (std::system_error const& error) {
-                kept_(prefix + name, error.code().message());
+/// Removes one entry that `fts_read` returned. Returns why it is kept, or an empty string.
+std::string remove_entry(FTS* tree, FTSENT* entry, std::string const& path,
+                         Receipt const& receipt) {
+    // Relative to the current directory, which `fts_read` changes: no link can be followed.
+    auto const* const name = entry->fts_accpath;
+    switch (entry->fts_info) {
+        case FTS_D:
+            // FTS_XDEV alone would enter a directory of the same file system that is mounted here.
+            if (entry->fts_dev == tree->fts_dev && !is_mount_point(name)) {
+                return "";
             }
-        }
-    }
-
-private:
-    void remove(Descriptor const& directory, std::string const& name,
-                std::string const& path) const {
-        struct statx status = {};
-        struct statx parent = {};
-        auto const flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
-        check_call(::statx(directory.get(), name.c_str(), flags, STATX_TYPE, &status), name);
-        check_call(::statx(directory.get(), "", AT_EMPTY_PATH, STATX_TYPE, &parent), name);
-        // The attribute also marks a directory of the same file system that is mounted here.
-        if ((status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0 ||
-            status.stx_dev_major != parent.stx_dev_major ||
-            status.stx_dev_minor != parent.stx_dev_minor) {
-            kept_(path, "a mounted file system");
-        } else if (S_ISDIR(status.stx_mode)) {
-            auto const child = open_directory(directory.get(), name);
-            removeFrom(child, path + '/');
-            auto const result = ::unlinkat(directory.get(), name.c_str(), AT_REMOVEDIR);
-            if (result != 0 && errno != ENOTEMPTY && errno != EEXIST) {
-                check_call(result, name);
+            ::fts_set(tree, entry, FTS_SKIP);
+            return "a mounted file system";
+        case FTS_DP:
+            if (::rmdir(name) != 0 && errno != ENOTEMPTY && errno != EEXIST && errno != EBUSY) {
+                return std::generic_category().message(errno);
             }
-        } else if (auto const why = reasonToKeep(directory, name, path); !why.empty()) {
-            kept_(path, why);
-        } else {
-            check_call(::unlinkat(directory.get(), name.c_str(), 0), name);
-        }
+            return "";
+        case FTS_DNR:
+        case FTS_ERR:
+        case FTS_NS:
+            return std::generic_category().message(entry->fts_errno);
+        default:
+            break;
     }
-
-    std::string reasonToKeep(Descriptor const& directory, std::string const& name,
-                             std::string const& path) const {
-        if (receipt_ == nullptr || path == receipt_name) {
-            return {};
-        }
-        auto const entry = receipt_->entries.find(path);
-        if (entry == receipt_->entries.end()) {
+    if (path != receipt_name) {
+        auto const listed = receipt.entries.find(path);
+        if (listed == receipt.entries.end()) {
             return "added";
         }
-        return describe_entry(directory.get(), name) == entry->second ? "" : "changed";
+        auto const is_link = entry->fts_info == FTS_SL;
+        if ((!is_link && entry->fts_info != FTS_F) || describe(name, is_link) != listed->second) {
+            return "changed";
+        }
     }
-
-    Receipt const* receipt_;
-    Kept const& kept_;
-};
-// NOLINTEND(misc-no-recursion)
+    check_call(::unlink(name), path);
+    return "";
+}
 
 }  // namespace
 
-ReceiptWriter::ReceiptWriter() : file_(receipt_name) {
-    write(first_line);
-}
-
-void ReceiptWriter::write(std::string const& line) {
-    digest_.update(line.data(), line.size());
-    file_ << line;
-}
-
-void ReceiptWriter::add(std::string const& description, std::string const& name) {
-    write(description + ' ' + name + '\n');
-}
-
-void ReceiptWriter::finish() {
-    file_ << last_line << digest_.hex() << '\n';
-    file_.close();
-    if (!file_) {
+void write_receipt(std::map<std::string, std::string> const& products) {
+    Sha256 digest;
+    std::ofstream file(receipt_name);
+    auto const write = [&](std::string const& line) {
+        digest.update(line);
+        file << line;
+    };
+    write(std::string(first_line));
+    for (auto const& [name, version] : products) {
+        write("product " + version + ' ' + name + '\n');
+    }
+    for (auto const& entry : fs::recursive_directory_iterator(".")) {
+        auto const path = entry.path().string().substr(2);  // without "./"
+        if (path != receipt_name && (entry.is_symlink() || !entry.is_directory())) {
+            auto const stop = [&] { interrupt::throw_if_set("reading " + path); };
+            write(describe(path, entry.is_symlink(), stop) + ' ' + path + '\n');
+        }
+    }
+    file << last_line << digest.hex() << '\n';
+    file.close();
+    if (!file) {
         throw std::runtime_error("cannot write the receipt");
     }
 }
 
-std::optional<Receipt> read_receipt(int directory, std::string const& path) {
-    auto const name = path + '/' + receipt_name;
-    Descriptor const file(
-        ::openat(directory, receipt_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+std::optional<Receipt> read_receipt(std::string const& directory) {
+    auto const name = directory + '/' + receipt_name;
+    auto const file = open_file(name);
     if (file.get() < 0 && errno == ENOENT) {
         return std::nullopt;
     }
     check_call(file.get(), "cannot open " + name);
     std::string text;
-    std::array<char, 1 << 16> block = {};
-    while (auto const size =
-               check_call(static_cast<int>(::read(file.get(), block.data(), block.size())),
-                          "cannot read " + name)) {
-        text.append(block.data(), static_cast<std::size_t>(size));
-    }
-    auto const begin = std::string_view(first_line).size();
+    read_blocks(file, name, [&](std::string_view block) { text += block; });
+    auto const begin = first_line.size();
     auto const end = text.rfind(last_line);
     Sha256 digest;
-    digest.update(text.data(), std::min(end, text.size()));
+    digest.update(std::string_view(text).substr(0, end));
     Receipt receipt;
     if (text.rfind(first_line, 0) != 0 || end == std::string::npos || end < begin ||
-        text.substr(end) != last_line + digest.hex() + '\n' ||
+        text.substr(end) != std::string(last_line) + digest.hex() + '\n' ||
         !parse_lines(text.substr(begin, end - begin), receipt)) {
         throw std::runtime_error("the receipt is damaged: " + name);
     }
     return receipt;
 }
 
-Descriptor open_directory(int parent, std::string const& name) {
-    auto const flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    return Descriptor(check_call(::openat(parent, name.c_str(), flags), "cannot open " + name));
-}
-
-void remove_entries(Descriptor const& directory, Receipt const* receipt, Kept const& kept) {
-    Remover(receipt, kept).removeFrom(directory, "");
+std::map<std::string, std::string> remove_listed(std::string const& directory,
+                                                 Receipt const& receipt) {
+    std::map<std::string, std::string> kept;
+    std::string root = directory;
+    std::array<char*, 2> const roots = {root.data(), nullptr};
+    std::unique_ptr<FTS, int (*)(FTS*)> const tree(
+        ::fts_open(roots.data(), FTS_PHYSICAL | FTS_XDEV, nullptr), ::fts_close);
+    check_call(tree == nullptr ? -1 : 0, "cannot read " + directory);
+    while (auto* const entry = ::fts_read(tree.get())) {
+        auto const path =
+            std::string(entry->fts_path)
+                .substr(std::min<std::size_t>(directory.size() + 1, entry->fts_pathlen));
+        std::string why;
+        try {
+            why = remove_entry(tree.get(), entry, path, receipt);
+        } catch (std::system_error const& error) {
+            why = error.code().message();
+        }
+        if (!why.empty()) {
+            kept[path] = why;
+        }
+    }
+    return kept;
 }

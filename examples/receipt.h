@@ -10,58 +10,34 @@
 ///     link fcde2b2edba56bf408601fb721fe9b5c338d10ee429ea04fae5511b68fbf8fb9 bin/t
 ///     sha256 ...
 ///
-/// The last line is the digest of the others. The lines of files and links follow the line of their
-/// product.
+/// The digest of a link is that of its target. The last line is the digest of the others.
+///
+/// Functions throw std::system_error if a system call fails.
 
-#include <fstream>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
-
-#include "product_archive.h"
 
 /// The name of the receipt's file in the directory of the installation.
 constexpr auto const* receipt_name = ".receipt";
 
 struct Receipt {
     std::map<std::string, std::string> products;  ///< the version of each product, by name
-    std::map<std::string, std::string> entries;   ///< what `describe_entry` returned, by path
+    std::map<std::string, std::string> entries;   ///< the kind and digest of each entry, by path
 };
 
-/// Writes a receipt while products are unpacked, so that its size is not limited by memory.
-class ReceiptWriter {
-public:
-    /// Creates the file in the current directory.
-    ReceiptWriter();
-    /// Adds a line for \p name, which must not contain a line feed.
-    /// \param description  "product" and its version, or what `describe_entry` returned
-    void add(std::string const& description, std::string const& name);
-    /// Adds the digest.
-    /// \throws std::runtime_error if the file could not be written
-    void finish();
+/// Writes the receipt of the current directory and of the \p products in it. No name may contain a
+/// line feed.
+/// \throws install::cpputil::interrupt::Exception if the flag is raised
+void write_receipt(std::map<std::string, std::string> const& products);
 
-private:
-    void write(std::string const& line);
-
-    std::ofstream file_;
-    Sha256 digest_;
-};
-
-/// Returns the receipt in \p directory, or nothing if there is none. \p path is the name of the
-/// directory in messages.
+/// Returns the receipt in \p directory, or nothing if there is none.
 /// \throws std::runtime_error if the receipt is damaged
-/// \throws std::system_error if it cannot be read
-std::optional<Receipt> read_receipt(int directory, std::string const& path);
-
-/// Opens the directory \p name in \p parent, which must not be a link.
-/// \throws std::system_error if it cannot be opened
-Descriptor open_directory(int parent, std::string const& name);
-
-/// Called with the path of an entry that was not removed, and the reason.
-using Kept = std::function<void(std::string const&, std::string const&)>;
+std::optional<Receipt> read_receipt(std::string const& directory);
 
 /// Removes from \p directory the receipt, the files and links that are as \p receipt lists them,
-/// and all directories that are then empty. Without a \p receipt, removes everything. Never enters
-/// a mounted file system.
-void remove_entries(Descriptor const& directory, Receipt const* receipt, Kept const& kept);
+/// all directories that are then empty, and itself if it is empty. Never enters a mounted file
+/// system nor follows a link, even if another process changes the directory at the same time.
+/// Returns why entries were kept, by path. Cannot be interrupted.
+std::map<std::string, std::string> remove_listed(std::string const& directory,
+                                                 Receipt const& receipt);

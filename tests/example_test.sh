@@ -109,7 +109,7 @@ chmod 755 content/sub
 input 'install_dir = new/app/' 'overwrite = no' 'greeting = Grüß Gott'
 private=(env LC_ALL=de_AT.UTF-8)
 [ "$(id -u)" != 0 ] || private+=(bash -c 'umask 077; exec "$@"' -)
-run 0 'unpacked Basic Tools 1.10, files: 4' "${private[@]}"
+run 0 'unpacked Basic Tools 1.10' "${private[@]}"
 for text in 'Grüß Gott' 'overwrite = no' 'locale: de_AT' "created $scratch/new"; do
     grep -qF "$text" log || fail "not logged: $text"
 done
@@ -181,8 +181,8 @@ archive file large
 for columns in 20 40; do
     script -qec "stty cols $columns; $(printf '%q ' "${example[@]}") input log" /dev/null </dev/null >output ||
         fail 'failed on a terminal'
-    grep -qF '] 100 %' output || fail 'no progress bar'
-    [ "$(grep -aoE '\] [0-9]+ %' output | sort | uniq -d | wc -l)" = 0 ] || fail 'a percentage is written twice'
+    grep -qF '100 %' output || fail 'no progress bar'
+    [ "$(grep -aoE '[0-9]+ %' output | sort | uniq -d | wc -l)" = 0 ] || fail 'a percentage is written twice'
     ! tr '\r' '\n' <output | grep -aF '%' | grep -E ".{$columns}" || fail 'a bar is too wide'
 done
 ! grep -E '%|unpacking' log || fail 'the progress is in the log'
@@ -381,10 +381,9 @@ input
 archive file
 
 # A directory in which nothing can be created, an owner that cannot be set, and another user's lock.
-mkdir -m 300 unreadable
-input 'install_dir = unreadable/app'
-run 1 "cannot open $scratch/unreadable: Permission denied (example_installer::run)" "${ordinary[@]}"
-chmod 700 unreadable
+mkdir -m 500 fixed
+input 'install_dir = fixed/app'
+run 1 "cannot open $scratch/fixed/.app.lock: Permission denied (example_installer::run)" "${ordinary[@]}"
 input
 if [ "$(id -u)" = 0 ]; then
     previous
@@ -432,6 +431,7 @@ cat >shim.c <<'EOF_SHIM'
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
@@ -449,9 +449,9 @@ int renameat2(int from_directory, const char* from, int to_directory, const char
     return result;
 }
 
-int unlinkat(int directory, const char* name, int flags) {
+int unlink(const char* name) {
     if (getenv("KILL_REMOVING") && strcmp(name, "file") == 0) raise(SIGKILL);
-    return syscall(SYS_unlinkat, directory, name, flags);
+    return syscall(SYS_unlinkat, AT_FDCWD, name, 0);
 }
 
 int flock(int descriptor, int operation) {
@@ -462,7 +462,7 @@ int flock(int descriptor, int operation) {
 
 int syncfs(int descriptor) {
     char const* parent = getenv("CREATE_PARENT");
-    if (parent) mkdir(parent, 0777), chdir(parent), mkdir("other", 0777);
+    if (parent) mkdir(parent, 0777), mkdirat(open(parent, O_RDONLY), "other", 0777);
     if (getenv("INTERRUPT")) {
         _Bool (*is_set)(void) = (_Bool(*)(void))dlsym(RTLD_DEFAULT, "_ZN7install7cpputil9interrupt6is_setEv");
         kill(getpid(), SIGINT);
