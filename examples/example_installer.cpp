@@ -221,8 +221,7 @@ ProductArchive::Progress make_progress(std::uintmax_t total) {
     return [total, done = std::uintmax_t(0), shown = std::uintmax_t(101),
             is_terminal = ::isatty(STDOUT_FILENO) == 1](std::uintmax_t bytes) mutable {
         done += bytes;
-        auto const percent =
-            std::min<std::uintmax_t>(100, 100 * done / std::max<std::uintmax_t>(total, 1));
+        auto const percent = std::min<std::uintmax_t>(100, 100 * done / total);
         if (is_terminal && percent != shown) {
             shown = percent;
             std::cout << percent << " %\r" << std::flush;
@@ -243,15 +242,12 @@ void install(Plan const& plan) {
     }
     std::map<std::string, ProductArchive> archives;
     std::uintmax_t size = 0;
-    std::uintmax_t needed = 0;
     for (auto const& [name, path] : plan.archives) {
-        auto const& archive = archives.try_emplace(name, path).first->second;
-        size += archive.size();
-        needed += archive.neededSpace();
+        size += archives.try_emplace(name, path).first->second.size();
     }
     require(
-        needed <= fs::space(".").available, "E110",
-        "too little space for " + std::to_string(needed) + " bytes beside " + plan.target.string());
+        size <= fs::space(".").available, "E110",
+        "too little space for " + std::to_string(size) + " bytes beside " + plan.target.string());
     installation.enterNew();
     auto const progress = make_progress(size);
     std::map<std::string, std::string> products;
@@ -312,28 +308,6 @@ int run(bool is_uninstallation, std::string const& subject, std::string const& l
     }
 }
 
-int start(std::vector<std::string> arguments) {
-    auto const take = [&](std::string const& option) {
-        auto const found = std::find(arguments.begin(), arguments.end(), option);
-        return found != arguments.end() && (arguments.erase(found), true);
-    };
-    if (take("--help")) {
-        std::cout << help;
-        return 0;
-    }
-    auto const verbose = take("--verbose");
-    auto const uninstall = take("--uninstall");
-    if (auto const mistake = find_mistake(uninstall, arguments); !mistake.empty()) {
-        std::cerr << "example_installer: " << printable(mistake) << '\n';
-        return 2;
-    }
-    watch_signals();
-    if (verbose) {
-        show_diagnostics();
-    }
-    return run(uninstall, arguments[0], arguments[1]);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -341,7 +315,26 @@ int main(int argc, char** argv) {
     ::signal(SIGXFSZ, SIG_IGN);           // A file that is too large causes a write error.
     ::signal(SIGPIPE, SIG_IGN);  // A closed standard output does not stop the installation.
     try {
-        return start({argv + 1, argv + argc});
+        std::vector<std::string> arguments(argv + 1, argv + argc);
+        auto const take = [&](std::string const& option) {
+            auto const found = std::find(arguments.begin(), arguments.end(), option);
+            return found != arguments.end() && (arguments.erase(found), true);
+        };
+        if (take("--help")) {
+            std::cout << help;
+            return 0;
+        }
+        auto const verbose = take("--verbose");
+        auto const uninstall = take("--uninstall");
+        if (auto const mistake = find_mistake(uninstall, arguments); !mistake.empty()) {
+            std::cerr << "example_installer: " << printable(mistake) << '\n';
+            return 2;
+        }
+        watch_signals();
+        if (verbose) {
+            show_diagnostics();
+        }
+        return run(uninstall, arguments[0], arguments[1]);
     } catch (std::exception const& error) {
         std::cerr << "example_installer: " << error.what() << '\n';
         return 1;

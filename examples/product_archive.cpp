@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t read_size = 1 << 16;
+constexpr std::uintmax_t entry_size = 4096;  // the usual block size of file systems
 
 DiagnosticChannel diagnostics("product_archive");
 
@@ -115,10 +116,9 @@ ProductArchive::ProductArchive(fs::path path) : path_(std::move(path)) {
     verify();
     auto const reader = openReader();
     while (auto* const entry = nextEntry(reader)) {
-        size_ += static_cast<std::uintmax_t>(archive_entry_size(entry));
-        ++entries_;
+        size_ += entry_size + static_cast<std::uintmax_t>(archive_entry_size(entry));
     }
-    if (entries_ == 0) {
+    if (size_ == 0) {
         refuse("the archive has no entries");
     }
 }
@@ -205,6 +205,7 @@ void ProductArchive::unpack(Progress const& progress) {
                         ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
     while (auto* const entry = nextEntry(reader)) {
         unpackEntry(reader, disk, entry, progress);
+        progress(entry_size);
         diagnostics.write(Severity::changes, {"unpacked ", entry_});
         // For tests of a run that is stopped here; to be removed in a copy.
         interrupt::test::pause_and_throw_if_set("EXAMPLE_INSTALLER_PAUSE");

@@ -66,25 +66,21 @@ std::string printable(std::string const& text);
 /// entry to the diagnostic channel "product_archive".
 class ProductArchive {
 public:
-    /// Called with the number of bytes that have been unpacked since the last call.
+    /// Called with the part of the size that has been unpacked since the last call.
     using Progress = std::function<void(std::uintmax_t)>;
 
     /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and
     /// then checks all names and links in it. Later changes of the name \p path have no effect.
     explicit ProductArchive(std::filesystem::path path);
 
-    /// Returns the size of all files, in bytes.
-    std::uintmax_t size() const { return size_; }
-
     /// Returns the disk space that the entries may need, in bytes.
-    std::uintmax_t neededSpace() const { return size_ + entries_ * block_size; }
+    std::uintmax_t size() const { return size_; }
 
     /// Unpacks all entries into the current directory, which must be private to the process. Their
     /// permissions are those in the archive without set-user-ID and similar bits, under the umask.
     void unpack(Progress const& progress);
 
 private:
-    static constexpr std::uintmax_t block_size = 4096;  ///< the usual one of file systems
     using Handle = std::unique_ptr<archive, int (*)(archive*)>;
 
     void verify() const;
@@ -100,6 +96,5 @@ private:
     std::filesystem::path path_;
     Descriptor file_;
     std::uintmax_t size_ = 0;
-    std::uintmax_t entries_ = 0;
     std::string entry_;  ///< the current entry's path, for messages; normal and relative
 };

@@ -26,7 +26,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view first_line = "receipt 1\n";
 constexpr std::string_view last_line = "sha256 ";
 
 /// Opens a file, neither following a link nor waiting for a pipe, which may have replaced it.
@@ -54,27 +53,6 @@ std::string describe(
     return "file " + digest.hex();
 }
 
-/// Reads the lines between the first and the last one. Returns whether they are well-formed.
-bool parse_lines(std::string const& text, Receipt& receipt) {
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        auto const value = line.find(' ') + 1;
-        auto const name = line.find(' ', value) + 1;
-        if (value == 0 || name == 0 || name == line.size()) {
-            return false;
-        }
-        auto const kind = line.substr(0, value - 1);
-        if (kind == "product") {
-            receipt.products[line.substr(name)] = line.substr(value, name - 1 - value);
-        } else if (kind == "file" || kind == "link") {
-            receipt.entries[line.substr(name)] = line.substr(0, name - 1);
-        } else {
-            return false;
-        }
-    }
-    return !receipt.products.empty();
-}
-
 bool is_mount_point(char const* directory) {
     struct statx status = {};
     auto const flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
@@ -87,33 +65,30 @@ std::string remove_entry(FTS* tree, FTSENT* entry, std::string const& path,
                          Receipt const& receipt) {
     // Relative to the current directory, which `fts_read` changes: no link can be followed.
     auto const* const name = entry->fts_accpath;
-    switch (entry->fts_info) {
-        case FTS_D:
-            // FTS_XDEV alone would enter a directory of the same file system that is mounted here.
-            if (entry->fts_dev == tree->fts_dev && !is_mount_point(name)) {
-                return "";
-            }
-            ::fts_set(tree, entry, FTS_SKIP);
-            return "a mounted file system";
-        case FTS_DP:
-            if (::rmdir(name) != 0 && errno != ENOTEMPTY && errno != EEXIST && errno != EBUSY) {
-                return std::generic_category().message(errno);
-            }
+    auto const type = entry->fts_info;
+    if (type == FTS_D) {
+        // FTS_XDEV alone would enter a directory of the same file system that is mounted here.
+        if (entry->fts_dev == tree->fts_dev && !is_mount_point(name)) {
             return "";
-        case FTS_DNR:
-        case FTS_ERR:
-        case FTS_NS:
-            return std::generic_category().message(entry->fts_errno);
-        default:
-            break;
+        }
+        ::fts_set(tree, entry, FTS_SKIP);
+        return "a mounted file system";
+    }
+    if (type == FTS_DP) {
+        auto const failed = ::rmdir(name) != 0;
+        auto const is_kept = errno == ENOTEMPTY || errno == EEXIST || errno == EBUSY;
+        return !failed || is_kept ? "" : std::generic_category().message(errno);
+    }
+    if (entry->fts_errno != 0) {
+        return std::generic_category().message(entry->fts_errno);
     }
     if (path != receipt_name) {
         auto const listed = receipt.entries.find(path);
         if (listed == receipt.entries.end()) {
             return "added";
         }
-        auto const is_link = entry->fts_info == FTS_SL;
-        if ((!is_link && entry->fts_info != FTS_F) || describe(name, is_link) != listed->second) {
+        auto const is_link = type == FTS_SL;
+        if ((!is_link && type != FTS_F) || describe(name, is_link) != listed->second) {
             return "changed";
         }
     }
@@ -130,7 +105,6 @@ void write_receipt(std::map<std::string, std::string> const& products) {
         digest.update(line);
         file << line;
     };
-    write(std::string(first_line));
     for (auto const& [name, version] : products) {
         write("product " + version + ' ' + name + '\n');
     }
@@ -157,14 +131,21 @@ std::optional<Receipt> read_receipt(std::string const& directory) {
     check_call(file.get(), "cannot open " + name);
     std::string text;
     read_blocks(file, name, [&](std::string_view block) { text += block; });
-    auto const begin = first_line.size();
-    auto const end = text.rfind(last_line);
+    auto const end = std::min(text.rfind(last_line), text.size());
     Sha256 digest;
-    digest.update(std::string_view(text).substr(0, end));
+    digest.update(text.substr(0, end));
     Receipt receipt;
-    if (text.rfind(first_line, 0) != 0 || end == std::string::npos || end < begin ||
-        text.substr(end) != std::string(last_line) + digest.hex() + '\n' ||
-        !parse_lines(text.substr(begin, end - begin), receipt)) {
+    std::istringstream lines(text.substr(0, end));
+    for (std::string kind, value, path;
+         lines >> kind >> value && std::getline(lines.ignore(), path);) {
+        if (kind == "product") {
+            receipt.products[path] = value;
+        } else {
+            receipt.entries[path] = kind + ' ' + value;
+        }
+    }
+    if (text.substr(end) != std::string(last_line) + digest.hex() + '\n' ||
+        receipt.products.empty()) {
         throw std::runtime_error("the receipt is damaged: " + name);
     }
     return receipt;

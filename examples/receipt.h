@@ -4,7 +4,6 @@
 /// The receipt of an installation: what it consists of, in a file inside it. It distinguishes the
 /// installer's files from those that the user has added or changed since.
 ///
-///     receipt 1
 ///     product 1.10 Base Tools
 ///     file 2c26b46b68ffc68ff99b453c1d30413413422d706483bfa0f98a5e886266e7ae bin/tool
 ///     link fcde2b2edba56bf408601fb721fe9b5c338d10ee429ea04fae5511b68fbf8fb9 bin/t
