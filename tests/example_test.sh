@@ -344,22 +344,22 @@ printf 'not an archive\n' >$gzip
 digest Basic_Tools.tar.gz
 refused "$scratch/$gzip: "
 
-# A full disk: simulated by a limit on the size of files, and by a small file system if mounting is allowed.
-# Mount points are neither replaced nor entered.
+# A full disk: simulated by a limit on the size of files, and by a small file system. Mount points are neither
+# replaced nor entered. An ordinary user mounts in a user namespace, which the system must allow.
 archive file large
 refused 'large: Write failed: File too large (ProductArchive::' bash -c 'ulimit -f 8000 && exec "$@"' -
 mounted() {
     mount -t tmpfs -o size=64k none disk
     if [ "$1" = inside ]; then
-        mkdir disk/data
-        touch disk/data/letter
         previous
-        mkdir app/disk
-        mount --bind disk/data app/disk
+        mkdir app/disk app/bound
+        touch disk/letter
+        mount --bind disk app/disk
+        mount --bind home/documents app/bound
     fi
     status=0
     "${@:2}" || status=$?
-    [ "$1" != inside ] || [ -e app.kept-1/disk/letter ] || status=4
+    [ "$1" != inside ] || ls app.kept-1/disk/letter app.kept-1/bound/letter || status=4
     [ "$(find disk -mindepth 1 -name '.*')" = '' ] || status=5
     return "$status"
 }
@@ -367,16 +367,14 @@ export -f mounted previous
 mkdir disk
 mounting=(unshare -m)
 [ "$(id -u)" = 0 ] || mounting=(unshare -rm)
-if "${mounting[@]}" bash -c 'mount -t tmpfs none disk' 2>/dev/null; then
-    input 'install_dir = disk/app'
-    run 1 'E110: Nothing was changed. too little space for ' "${mounting[@]}" bash -c 'mounted space "$@"' -
-    archive file
-    input 'install_dir = disk'
-    run 1 "E103: Nothing was changed. a mount point: $scratch/disk" \
-        "${mounting[@]}" bash -c 'mounted point "$@"' -
-    input
-    run 0 "kept (a mounted file system): $scratch/app.kept-1/disk" "${mounting[@]}" bash -c 'mounted inside "$@"' -
-fi
+input 'install_dir = disk/app'
+run 1 'E110: Nothing was changed. too little space for ' "${mounting[@]}" bash -c 'mounted space "$@"' -
+archive file
+input 'install_dir = disk'
+run 1 "E103: Nothing was changed. a mount point: $scratch/disk" \
+    "${mounting[@]}" bash -c 'mounted point "$@"' -
+input
+run 0 "kept (a mounted file system): $scratch/app.kept-1/disk" "${mounting[@]}" bash -c 'mounted inside "$@"' -
 input
 archive file
 
