@@ -78,8 +78,7 @@ std::string find_mistake(bool uninstall, std::vector<std::string> const& files) 
     if (!uninstall && !fs::is_regular_file(files[0], ignored)) {
         return "the input file does not exist or is not a regular file: " + files[0];
     }
-    if (fs::weakly_canonical(files[0], ignored) == fs::weakly_canonical(files[1], ignored) ||
-        fs::equivalent(files[0], files[1], ignored)) {
+    if (fs::equivalent(files[0], files[1], ignored)) {
         return "the log cannot be the same file: " + files[1];
     }
     auto const first = fs::is_regular_file(files[1], ignored) ? std::ifstream(files[1]).get() : EOF;
