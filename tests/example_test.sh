@@ -375,6 +375,7 @@ run 1 "E103: Nothing was changed. a mount point: $scratch/disk" \
     "${mounting[@]}" bash -c 'mounted point "$@"' -
 input
 run 0 "kept (a mounted file system): $scratch/app.kept-1/disk" "${mounting[@]}" bash -c 'mounted inside "$@"' -
+grep -qF "kept (a mounted file system): $scratch/app.kept-1/bound" log || fail 'entered a directory that is mounted'
 input
 archive file
 
