@@ -11,7 +11,7 @@ inline void require(bool holds) {
     }
 }
 
-/// Returns the text of the exception of type \p Error that \p call throws, or an empty text.
+/// Returns `what()` of the exception of type \p Error that \p call throws, or an empty string.
 template <typename Error, typename Call>
 std::string error_of(Call call) {
     try {

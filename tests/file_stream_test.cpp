@@ -65,18 +65,12 @@ TEST_F(FileStream, WritesTheWholeString) {
 TEST_F(FileStream, NeverUsesADescriptorOfAStandardStream) {
     write_file(name_, "a\n");
     for (int const closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        auto const child = [&](auto const& open) {
-            return [&] {
-                ::close(closed);
-                auto const stream = open();
-                EXPECT_TRUE(stream->isOpen());
-                EXPECT_EQ(fs::read_symlink("/proc/self/fd/" + std::to_string(closed)), "/dev/null");
-            };
+        auto const child = [&] {
+            ::close(closed);
+            EXPECT_EQ(InputFileStream(path_).readLine(), "a");
+            EXPECT_EQ(fs::read_symlink("/proc/self/fd/" + std::to_string(closed)), "/dev/null");
         };
-        auto const input = [&] { return std::make_unique<InputFileStream>(path_); };
-        auto const output = [&] { return std::make_unique<OutputFileStream>(path_); };
-        EXPECT_EQ(status_of(start_child(child(input))), 0) << closed;
-        EXPECT_EQ(status_of(start_child(child(output))), 0) << closed;
+        EXPECT_EQ(status_of(start_child(child)), 0) << closed;
     }
 }
 

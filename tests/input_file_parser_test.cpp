@@ -88,6 +88,9 @@ TEST_F(InputFile, StoresProductNamesAsAList) {
          {"My Product . product.x\n", "my product:[product.x];"},
          // Lines without a name, and lines that are no product lines.
          {"product\nproduct.\nproduct...\na product\n\xFF product\nProduct.x\nPRODUCT.x", ""}});
+    // In text that was not trimmed, a blank after "product." counts as a name, which is then empty.
+    EXPECT_EQ(shown(parser_.convertInputsToPropertyMap("product. \n#b = 2\nc=3")),
+              "#b=2;product:[];");
 }
 
 TEST_F(InputFile, KeepsTheLastLineForAKey) {
@@ -112,12 +115,6 @@ TEST_F(InputFile, ReturnsAndRecordsItsInputLines) {
     DiagnosticChannel::setEnabledSeverities(channel_name, 8);
     parser_.getUserInputsFromFile(path_);
     EXPECT_THAT(sink.take(), IsEmpty());
-}
-
-TEST_F(InputFile, ConvertsUntrimmedLinesUpToTheLastLineFeed) {
-    // The blank after "product." counts as a name, which is then trimmed.
-    auto const map = parser_.convertInputsToPropertyMap("product. \nproduct.\n#b = 2\nc=3");
-    EXPECT_EQ(shown(map), "#b=2;product:[];");
 }
 
 TEST_F(InputFile, TrimsAndReplacesCharacters) {

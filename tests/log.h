@@ -4,10 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <fstream>
-#include <functional>
 #include <regex>
-#include <string>
 #include <string_view>
 #include <thread>
 

@@ -145,20 +145,19 @@ TEST(PlatformServices, AreThreadSafe) {
     std::function<void()> const uses[] = {
         [&] { static_cast<void>(info.userName()); },
         [] { FileSystemService::setInstallRoot(u"/" + std::u16string(40, u'x')); },
+        [] { FileSystemService::setInstallRoot(u"/"); },
         [] { static_cast<void>(FileSystemService::installRoot()); },
         [] { DiagnosticChannel const channel("test"); },
         [] { DiagnosticChannel::setEnabledSeverities("install::cpputil::InstallerLocale", 0); }};
-    for (auto const& first : uses) {
-        for (auto const& second : uses) {
-            auto const repeat = [](auto const& use) {
-                for (int count = 0; count != 100; ++count) {
-                    use();
-                }
-            };
-            auto const other = std::async(std::launch::async, repeat, first);
-            repeat(second);
-        }
+    std::vector<std::future<void>> threads;
+    for (auto const& use : uses) {
+        threads.push_back(std::async(std::launch::async, [&use] {
+            for (int count = 0; count != 1'000; ++count) {
+                use();
+            }
+        }));
     }
+    threads.clear();  // Waits for them.
     FileSystemService::setInstallRoot(u"");
 }
 

@@ -9,7 +9,6 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <thread>
 
 #include "platform/file_system_service.h"
 #include "tests/log.h"

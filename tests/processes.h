@@ -9,7 +9,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <functional>
 #include <thread>
 
 #include "tests/files.h"

@@ -10,9 +10,7 @@
 #include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/unlocked_frontend.hpp>
 #include <boost/make_shared.hpp>
-#include <functional>
 #include <mutex>
-#include <string>
 #include <utility>
 
 #include "platform/diagnostic_channel.h"

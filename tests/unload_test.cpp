@@ -17,10 +17,6 @@ bool is_library_loaded() {
     return handle != nullptr && ::dlclose(handle) == 0;
 }
 
-using UseLibrary = bool (*)(char const* log, char const* input_file);
-using LogAndEnable = void (*)(char const* message);
-using UseLibraryAfterExit = bool (*)(char const* log);
-
 /// The plugin, which loads the library.
 class Plugin {
 public:
@@ -33,8 +29,8 @@ public:
     ~Plugin() { ::dlclose(handle_); }
 
     template <typename Function>
-    Function find(char const* name) const {
-        return reinterpret_cast<Function>(::dlsym(handle_, name));
+    auto find(char const* name) const {
+        return reinterpret_cast<Function*>(::dlsym(handle_, name));
     }
 
 private:
@@ -47,7 +43,8 @@ TEST(Library, CanBeUnloaded) {
     auto const descriptors = open_descriptors();
     for (int round = 0; round != 1000; ++round) {
         std::optional<Plugin> plugin(std::in_place);
-        ASSERT_TRUE(plugin->find<UseLibrary>("use_library")(log.c_str(), "/dev/null"))
+        ASSERT_TRUE(
+            plugin->find<bool(char const*, char const*)>("use_library")(log.c_str(), "/dev/null"))
             << "not in its initial state";
         auto const size = fs::file_size(log);
         ASSERT_TRUE(is_library_loaded());
@@ -62,15 +59,15 @@ TEST(Library, CanBeUnloaded) {
 
 // The library's fork handlers, which were registered later, lock its mutexes first.
 TEST(Library, CanBeUsedInForkHandlersRegisteredBeforeItIsLoaded) {
-    static LogAndEnable use = nullptr;
+    static void (*use)(char const*) = nullptr;
     auto const handler = [] { use != nullptr ? use("fork") : void(); };
     ASSERT_EQ(::pthread_atfork(handler, handler, handler), 0);
     TemporaryDirectory const directory;
     auto const log = (directory / "log").native();
     Plugin const plugin;
-    plugin.find<UseLibrary>("use_library")(log.c_str(), "/dev/null");
+    plugin.find<bool(char const*, char const*)>("use_library")(log.c_str(), "/dev/null");
     auto const size = fs::file_size(log);
-    use = plugin.find<LogAndEnable>("log_and_enable");
+    use = plugin.find<void(char const*)>("log_and_enable");
     EXPECT_EQ(status_of(start_child([] {})), 0);
     use = nullptr;
     auto const size_of_entry = std::string("(Nov 16, 2026 17:22:45) fork\n").size();
@@ -81,13 +78,13 @@ TEST(Library, CanBeUsedInForkHandlersRegisteredBeforeItIsLoaded) {
 TEST(Library, DoesNothingAfterExit) {
     TemporaryDirectory const directory;
     static std::string log;
-    static UseLibraryAfterExit use = nullptr;
+    static bool (*use)(char const*) = nullptr;
     log = directory / "log";
     auto const child = [] {
         std::atexit([] { ::_exit(use(log.c_str()) ? 0 : 1); });
         static auto const& plugin = *new Plugin;
-        plugin.find<UseLibrary>("use_library")(log.c_str(), "/dev/null");
-        use = plugin.find<UseLibraryAfterExit>("use_library_after_exit");
+        plugin.find<bool(char const*, char const*)>("use_library")(log.c_str(), "/dev/null");
+        use = plugin.find<bool(char const*)>("use_library_after_exit");
         std::exit(0);
     };
     EXPECT_EQ(status_of(start_child(child)), 0);

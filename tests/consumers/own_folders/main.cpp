@@ -1,7 +1,6 @@
 #include <install_cpputil/platform/path.h>
 #include <install_cpputil/utilities/input_file_parser.h>
 #include <install_cpputil/utilities/logger.h>
-#include <platform/export.h>
 #include <platform/path.h>
 #include <utilities/logger.h>
 
@@ -9,7 +8,7 @@
 
 int main(int, char** argv) {
     using namespace install::cpputil;
-    logger::Logger const log(Path(own::log_file));
+    logger::Logger const log(Path(u"install.log"));
     auto const inputs = InputFileParser().parse(own::to_utf16(argv[1]));
     logger::append_message(own::prefix + std::get<std::u16string>(inputs.at(u"install_dir")));
 }
