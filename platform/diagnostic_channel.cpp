@@ -12,8 +12,9 @@ DiagnosticChannel::DiagnosticChannel(std::string name)
 }
 
 DiagnosticChannel::~DiagnosticChannel() {
-    if (!channel_->close(in_a_second())) {
-        // A record is still being written, so the channel must outlive this object.
+    // Does not wait, because no other thread may be using the channel. If one does, the channel
+    // outlives this object.
+    if (!channel_->close(TimePoint())) {
         static_cast<void>(channel_.release());
     }
 }

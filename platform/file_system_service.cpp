@@ -48,14 +48,15 @@ bool FileSystemService::exists(Path const& path) {
 
 bool FileSystemService::createDirectories(Path const& path) {
     // Not std::filesystem::create_directories, which libstdc++ limits to 1,000 missing directories.
+    std::filesystem::path const whole = path.narrowName();
+    if (whole.empty()) {
+        return std::filesystem::create_directory(whole);  // Throws.
+    }
     std::filesystem::path directory;
     bool created = false;
-    for (auto const& component : std::filesystem::path(path.narrowName())) {
-        // The last component is empty if the path ends in a separator.
-        if (!component.empty()) {
-            directory /= component;
-            created = std::filesystem::create_directory(directory);
-        }
+    for (auto const& component : whole) {
+        directory /= component;
+        created |= std::filesystem::create_directory(directory);
     }
     return created;
 }

@@ -24,7 +24,7 @@ public:
     ///     e.g. without search permission on a parent directory
     static bool exists(Path const& path);
 
-    /// Creates the directory \p path and its missing parents, with mode 0777 under the umask.
+    /// Creates the directory \p path and its missing parents, with mode 0777, less the umask.
     /// Returns whether this call created the directory.
     /// \throws std::filesystem::filesystem_error if one of them cannot be created
     static bool createDirectories(Path const& path);
@@ -50,8 +50,7 @@ public:
     static std::u16string installRoot();
 
     /// Sets the installation root for the whole process. An empty string restores the default.
-    /// \throws what the constructor of `Path` throws;
-    ///     nothing changes then
+    /// \throws what the constructor of `Path` throws; nothing changes then
     static void setInstallRoot(std::u16string const& path);
 
     /// Returns the directory for temporary files, without a trailing separator: the value of the

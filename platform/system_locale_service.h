@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The locale in the environment.
+/// The system's locale, read from the environment.
 
 #include <string>
 

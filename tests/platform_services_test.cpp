@@ -41,6 +41,14 @@ TEST(FileSystemService, RemovesAndAddsComponents) {
     EXPECT_EQ(FileSystemService::concatenatePath(Path(), u"b").string(), u"b");
 }
 
+TEST(FileSystemService, CreatesMissingDirectories) {
+    TemporaryDirectory const directory;
+    Path const path(utf16(directory / "a/b/."));
+    EXPECT_TRUE(FileSystemService::createDirectories(path));
+    EXPECT_FALSE(FileSystemService::createDirectories(path));
+    EXPECT_THROW(FileSystemService::createDirectories(Path()), fs::filesystem_error);
+}
+
 TEST(FileSystemService, ReadsTheTemporaryDirectoryFromTheEnvironment) {
     std::map<std::optional<std::string>, std::u16string> const directories = {
         {std::nullopt, u"/tmp"}, {"", u"/tmp"}, {"/not/there//", u"/not/there"},

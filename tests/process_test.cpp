@@ -22,8 +22,8 @@ bool has_leaks = false;
 
 }  // namespace
 
-// Hooks of the sanitizers. AddressSanitizer is not told that a cancellation unwinds the stack, and
-// then takes its own call of sigaltstack for an error.
+// Hooks of the sanitizers. AddressSanitizer does not notice that a cancellation unwinds the stack,
+// and then reports its own call of sigaltstack as an error.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" char const* __asan_default_suppressions() {
     return "interceptor_name:sigaltstack";
@@ -71,7 +71,7 @@ protected:
         return threads;
     }
 
-    /// Blocks three threads for ever, each in a sink of another channel, one under the log's lock.
+    /// Blocks three threads forever, each in a sink of another channel, one under the log's lock.
     void blockSinks() {
         static auto& sinks = *new std::vector<std::unique_ptr<RecordSink>>;
         static std::atomic<unsigned> blocked = 0;
@@ -134,8 +134,8 @@ TEST_F(Process, WritesWholeEntriesUntilItExits) {
     }
 }
 
-// Each blocked sink used to delay the exit by a second. The pending cancellation must not end the
-// wait.
+// Three blocked sinks must delay the exit by one second, not three. The pending cancellation must
+// not end the wait.
 TEST_F(Process, WaitsASecondForAllSinksAtExit) {
     auto const exit = [this] {
         blockSinks();
@@ -152,7 +152,10 @@ TEST_F(Process, WaitsASecondForAllSinksAtExit) {
 TEST_F(Process, ForksAfterASecondAChildThatExitsAtOnce) {
     auto const fork = [this] {
         blockSinks();
-        auto const duration = durationOf([] {
+        auto const duration = durationOf([this] {
+            enableRecords(0);
+            Logger const log(name("log"));
+            append_message(std::string("entry"));
             has_leaks = true;
             std::exit(0);
         });
@@ -160,6 +163,7 @@ TEST_F(Process, ForksAfterASecondAChildThatExitsAtOnce) {
         EXPECT_LT(duration, 2500ms);
     };
     EXPECT_EQ(status_of(start_child(fork)), 0);
+    EXPECT_THAT(messages(path("log")), ElementsAre("entry"));
 }
 
 TEST_F(Process, ForksAChildThatCanLog) {
@@ -216,6 +220,7 @@ TEST_F(Process, ExitsInASink) {
 TEST_F(Process, CancelsBusyThreads) {
     auto const child = [this] {
         for (int round = 0; round != 100; ++round) {
+            ::close(STDIN_FILENO);  // The log must not use its number.
             auto threads = startBusyThreads(name("log"));
             for (auto& thread : threads) {
                 ::pthread_cancel(thread.native_handle());
@@ -281,7 +286,7 @@ TEST_F(Process, CompletesAnEntryInProgressAtExit) {
     ::close(reader);
 }
 
-TEST_F(Process, DoesNotAcquireATerminal) {
+TEST_F(Process, DoesNotAcquireAControllingTerminal) {
     int const terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_EQ(::grantpt(terminal) + ::unlockpt(terminal), 0);
     std::string const name = ::ptsname(terminal);

@@ -32,8 +32,7 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 /// Reads input files. An input file is UTF-8 text that consists of lines, each ended by a line
 /// feed, which is optional for the last one. Blanks at both ends of a line, key, value or name are
 /// removed; blanks are space, line feed, carriage return, horizontal and vertical tab and form
-/// feed. Empty lines and lines that begin with "#" are skipped. Other lines have one of these
-/// forms:
+/// feed. Empty lines and lines that begin with "#" are skipped. Two forms of lines have an effect:
 ///
 /// - An assignment contains "=". Its key is the text before the first "=". Its value is the text
 ///   after the run of "=" that begins there, and may be empty.
@@ -50,9 +49,9 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 ///
 /// | Line               | Result                                                              |
 /// |--------------------|---------------------------------------------------------------------|
-/// | `name = "My App"`  | The quotes belong to the value. Backslashes are no escapes, either. |
+/// | `name = "My App"`  | The quotes belong to the value. Backslashes do not escape anything. |
 /// | `port = 80 # http` | The value is "80 # http". Only a whole line can be a comment.       |
-/// | `path = /opt/\`    | The value ends in a backslash. The next line is no continuation.    |
+/// | `path = /opt/\`    | The value ends in a backslash. The next line is a line of its own.  |
 /// | `; a = b`          | An assignment to the key "; a". ";" does not start a comment.       |
 /// | `[server]`         | Ignored. There are no sections: the keys after it have no prefix.   |
 /// | `name: value`      | Ignored, because it contains no "=".                                |
@@ -69,7 +68,7 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 class INSTALL_CPPUTIL_EXPORT InputFileParser {
 public:
     /// Returns the entries of the file at \p path. Returns an empty map if the file has no entries
-    /// or cannot be opened. A read error is treated as end of file; a line that it cuts is dropped.
+    /// or cannot be opened. A read error is treated as end of file; a line cut short is dropped.
     /// Waits for the writer of a pipe; meanwhile, the thread can be cancelled.
     /// \throws std::runtime_error "input file does not exist!" if there is no such file, or \p path
     ///     is empty
@@ -79,7 +78,8 @@ public:
     PropertyMap parse(std::u16string const& path);
 
     /// Returns the entries of the UTF-8 \p text, whose lines each end with a line feed. Text after
-    /// the last line feed is ignored, and "#" has no special meaning.
+    /// the last line feed is ignored, and "#" has no special meaning. A product line is
+    /// ignored only if nothing follows the dots: in "product. ", the blank is an empty name.
     /// \throws TextConversionError if a key, value or name is not UTF-8
     PropertyMap convertInputsToPropertyMap(std::string const& text);
 
@@ -93,8 +93,6 @@ public:
     /// Returns the lines of the file at \p path that are neither empty nor comments, in the order
     /// of the file, each trimmed, otherwise unchanged, and followed by one line feed. Returns an
     /// empty string if the file cannot be opened. Reads as `parse` does.
-    /// \throws std::runtime_error "input file does not exist!" if there is no such file, or \p path
-    ///     is empty
     /// \throws what `parse` throws for \p path
     std::string getUserInputsFromFile(std::u16string const& path) const;
 

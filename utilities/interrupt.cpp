@@ -83,10 +83,10 @@ void pause_and_throw_if_set(char const* name) {
     if (std::getenv(name) == nullptr) {
         return;
     }
-    constexpr int tests_in_a_minute = 600;
+    constexpr int checks_in_a_minute = 600;
     auto const tag = std::string("env ") + name + " is set.";
     channel.write(Severity::changes, {tag, " Waiting 1 minute for interrupt..."});
-    for (int count = 0; count != tests_in_a_minute; ++count) {
+    for (int count = 0; count != checks_in_a_minute; ++count) {
         throw_if_set(tag);
         // Signals do not shorten this sleep.
         std::this_thread::sleep_for(std::chrono::milliseconds(100));

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// A process-wide interrupt flag, by which one thread of an installer asks the others to stop.
+/// A process-wide interrupt flag, with which one thread of an installer asks the others to stop.
 ///
 ///     // in the thread that waits for Ctrl-C
 ///     install::cpputil::interrupt::set();
@@ -13,7 +13,7 @@
 /// stays raised until `detail::unset`.
 ///
 /// The functions write records to the diagnostic channel "install::cpputil::interrupt" when they
-/// change the flag, find it raised or throw.
+/// raise or lower the flag, find it raised, throw, or start a pause.
 ///
 /// \par Thread safety
 ///     Every function may be called from any thread at any time; the flag is a sequentially
@@ -51,7 +51,7 @@ INSTALL_CPPUTIL_EXPORT bool is_set() noexcept;
 /// not raised, apart from the construction of \p tag.
 /// \param tag  part of the exception's `what()`; an empty tag means an exception without a tag
 /// \throws Exception if the flag is raised
-/// \throws any exception that a sink of the logging core throws for the record of the throw
+/// \throws any exception that a sink of the logging core throws when the throw is recorded
 INSTALL_CPPUTIL_EXPORT void throw_if_set(std::string const& tag = std::string());
 
 namespace detail {

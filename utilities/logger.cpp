@@ -39,14 +39,12 @@ struct State {
     /// The most recently unset destination.
     Path last_destination_file;
 
-    /// A copy of `destination_file`, so that unsetting it allocates no memory. Empty once used.
+    /// A copy of `destination_file`, so that unsetting it allocates no memory.
+    /// Moved to `last_destination_file` when the destination is unset.
     Path next_last_file;
 
     /// Supplies the user name, which is part of the fallback file's name.
     std::unique_ptr<PlatformInfo const> platform_info = std::make_unique<PlatformInfo const>();
-
-    /// Set during a record in which the state is not to be used.
-    bool is_sealed = false;
 };
 
 /// Held while an entry is written and while the destination changes, and during the diagnostic
@@ -54,6 +52,9 @@ struct State {
 constinit LibraryMutex destination_mutex(LibraryMutex::Rank::installation_log);
 constinit Guarded<State> state(destination_mutex);
 Guarded<State>::Lifetime const state_lifetime(state);
+
+/// Set while the calling thread writes a record from whose sinks the state cannot be changed.
+thread_local constinit bool is_sealed = false;
 
 /// Access for queries. A sink that calls the log from a record of this thread has it, too.
 class ReadAccess : public Guarded<State>::Access {
@@ -66,22 +67,19 @@ public:
 class WriteAccess : public Guarded<State>::Access {
 public:
     WriteAccess() : Access(state) {}
-    explicit operator bool() const noexcept {
-        return Access::operator bool() && !(*this)->is_sealed;
-    }
+    explicit operator bool() const noexcept { return Access::operator bool() && !is_sealed; }
 };
 
-/// Writes a record at which a sink must find the state as it is: an entry that it appends, or a
+/// Writes a record from whose sinks the state cannot be changed: an entry that a sink appends, or a
 /// destination that it sets, would end up inside the step that the record reports.
-void write_sealed(State& log, std::initializer_list<LibraryChannel::Piece> pieces) {
+void write_sealed(std::initializer_list<LibraryChannel::Piece> pieces) {
     struct Seal {
-        explicit Seal(bool& flag) noexcept : is_sealed(flag) { is_sealed = true; }
+        Seal() noexcept { is_sealed = true; }
         Seal(Seal const&) = delete;
         Seal& operator=(Seal const&) = delete;
         ~Seal() { is_sealed = false; }
-        bool& is_sealed;
     };
-    Seal const seal(log.is_sealed);
+    Seal const seal;
     channel.write(Severity::details, pieces);
 }
 
@@ -128,33 +126,40 @@ Path fallback_file(std::string const& user_name) {
                 TextConversion::fromUtf8(user_name) + u".log");
 }
 
-void write_line(State& log, OutputFileStream stream, std::string_view line) {
+void write_line(OutputFileStream stream, std::string_view line) {
     if (stream.isOpen()) {
         stream.write(line);
         return;
     }
     line.remove_suffix(1);
-    write_sealed(log, {"failed to open destination_file for u8msg ", line});
+    write_sealed({"failed to open destination_file for u8msg ", line});
 }
 
-/// Appends \p message, valid UTF-8.
-void append_utf8(std::string message) {
+/// Writes an entry with \p message, which is valid UTF-8 and not empty.
+void write_entry(State const& log, std::string message) {
+    // The time is read under the lock, so that entries are in chronological order.
+    auto const line = make_log_line(std::move(message));
+    if (log.destination_file.string().empty()) {
+        auto const file = fallback_file(log.platform_info->userName());
+        write_line(OutputFileStream::openPrivate(file), line);
+    }
+    // Without a destination, this only records that the empty path cannot be opened.
+    write_line(OutputFileStream(log.destination_file), line);
+}
+
+void record_message(std::string_view message) {
     channel.write(Severity::details, {" msg=", message});
+}
+
+/// Appends an entry with the valid UTF-8 \p message.
+void append_utf8(std::string message) {
+    record_message(message);
     if (message.empty()) {
         return;
     }
-    WriteAccess const log;
-    if (!log) {
-        return;
+    if (WriteAccess const log; log) {
+        write_entry(*log, std::move(message));
     }
-    // The time is read under the lock, so that entries are in chronological order.
-    auto const line = make_log_line(std::move(message));
-    if (log->destination_file.string().empty()) {
-        auto const file = fallback_file(log->platform_info->userName());
-        write_line(*log, OutputFileStream::openPrivate(file), line);
-    }
-    // Without a destination, this only records that the empty path cannot be opened.
-    write_line(*log, OutputFileStream(log->destination_file), line);
 }
 
 [[noreturn]] void reject_file(char const* record, char const* error) {
@@ -164,11 +169,13 @@ void append_utf8(std::string message) {
 
 // Changes of the destination
 
-/// Reports a destination that cannot be set: in the current log, on the channel and to the caller.
+/// Reports a rejected destination: in the current log, on the channel and to the caller.
 [[noreturn]] void refuse_destination(std::u16string const& message, std::string const& error,
                                      std::u16string const& path) {
     if (WriteAccess const log; log && !log->destination_file.string().empty()) {
-        append_utf8(TextConversion::toUtf8(message + path));
+        auto entry = TextConversion::toUtf8(message + path);
+        record_message(entry);
+        write_entry(*log, std::move(entry));
     }
     auto const text = error + '"' + TextConversion::toUtf8(path) + '"';
     channel.write(Severity::details, {"set destination:", text});
@@ -183,13 +190,27 @@ bool provide_directory(Path const& directory) {
         }
         return true;
     } catch (...) {
-        // Every failure is reported with the same text, so the cause is not needed.
+        // Every failure is reported with the same message, so the cause is not needed.
         return false;
     }
 }
 
-/// Unsets the destination and keeps it as the last one. Allocates no memory while the channel is
-/// disabled, because a destructor calls it.
+/// Unsets the destination, which must be set, and keeps it as the last one. Allocates no memory
+/// while the channel is disabled, because a destructor calls it, which terminates the process if an
+/// allocation fails.
+void clear_destination(State& log) {
+    channel.write(Severity::changes, {"flush destination"});
+    if (log.next_last_file.string().empty()) {
+        // A sink has unset or replaced the destination inside this function.
+        log.next_last_file = log.destination_file;
+    }
+    log.last_destination_file = std::exchange(log.next_last_file, Path());
+    channel.write(Severity::details,
+                  {" last_destination_file.string()=", log.last_destination_file.string()});
+    channel.write(Severity::changes, {"unset destination"});
+    log.destination_file = Path();
+}
+
 void unset_destination() {
     WriteAccess const log;
     if (!log) {
@@ -200,43 +221,38 @@ void unset_destination() {
                       {"no destination, keep last \"", log->last_destination_file.string(), "\""});
         return;
     }
-    channel.write(Severity::changes, {"flush destination"});
-    if (log->next_last_file.string().empty()) {
-        // A sink has unset or replaced the destination inside this function.
-        log->next_last_file = log->destination_file;
-    }
-    log->last_destination_file = std::exchange(log->next_last_file, Path());
-    channel.write(Severity::details,
-                  {" last_destination_file.string()=", log->last_destination_file.string()});
-    channel.write(Severity::changes, {"unset destination"});
-    log->destination_file = Path();
+    clear_destination(*log);
 }
 
 /// Sets the destination to \p file in one step: other threads see either the old destination or the
-/// new one, and the entry that reports the change is the last one in the old log.
+/// new one, and none of them appends to the old log after the entry that reports the change.
 void replace_destination(Path file) {
     WriteAccess const log;
     if (!log) {
         return;
     }
+    // All copies are made before the first record, because a sink may block until the process
+    // exits.
     auto old = log->destination_file;
     auto old_copy = old;
     auto last = log->last_destination_file;
     auto copy = file;
     auto const text = file.string();
+    auto entry = TextConversion::toUtf8(reset_destination_message + old.string() + u" to " + text);
     try {
         if (!old.string().empty()) {
             channel.write(Severity::details,
                           {" destination_file.string()=", old.string(), " ofile.string()=", text});
-            append_utf8(
-                TextConversion::toUtf8(reset_destination_message + old.string() + u" to " + text));
-            unset_destination();
+            record_message(entry);
+            write_entry(*log, std::move(entry));
+            clear_destination(*log);
         }
         log->destination_file = std::move(file);
         log->next_last_file = std::move(copy);
-        write_sealed(*log, {" destination_file.string()=", text});
+        write_sealed({" destination_file.string()=", text});
     } catch (...) {
-        // A sink has thrown, or there is no memory.
+        // A sink has thrown, or there is no memory. What a sink has changed meanwhile is undone,
+        // too.
         log->destination_file = std::move(old);
         log->next_last_file = std::move(old_copy);
         log->last_destination_file = std::move(last);
@@ -355,7 +371,7 @@ Path const& get_last_destination() {
 }
 
 void forget_last_destination() {
-    if (ReadAccess const log; log) {
+    if (WriteAccess const log; log) {
         log->last_destination_file = Path();
     }
 }

@@ -13,7 +13,7 @@
 ///     (Nov 16, 2026 17:22:45) installing to /opt/app
 ///
 /// Each entry opens the file, appends with one write, and closes it:
-/// - Entries of several threads and processes never interleave.
+/// - Entries of several threads and processes never interleave in a local file.
 /// - If the process is killed, every entry whose call has returned is in the file.
 /// - A file that was removed, renamed or rotated away is recreated by the next entry.
 /// - If the file cannot be opened or written, the entry is lost and nothing is thrown.
@@ -24,10 +24,12 @@
 ///     describes exit, fork and cancellation.
 /// \par Diagnostic records
 ///     The functions write records to the channel "install::cpputil::logger". A sink may call them
-///     in turn: it finds the destination of that moment. At two records, which report an entry
-///     whose file cannot be opened and a new destination, entries and changes made by a sink are
-///     ignored. A sink must not wait for another thread that uses the log. Exceptions thrown by a
-///     sink propagate to the caller.
+///     in turn if its frontend holds no lock meanwhile (`unlocked_sink` and asynchronous frontends
+///     hold none), and finds the destination of that moment. At two records, which report an entry
+///     whose file cannot be opened and a new destination, its entries and changes are ignored; a
+///     `Logger` that it creates there nevertheless unsets the destination when it is destroyed. A
+///     sink must not wait for another thread that uses the log. Exceptions thrown by a sink
+///     propagate to the caller.
 
 #include <string>
 
@@ -55,9 +57,9 @@ INSTALL_CPPUTIL_EXPORT extern std::u16string const reset_destination_message;
 ///   or a pipe. The umask determines who can read it. It may contain passwords from copied input
 ///   files.
 /// - A relative path is opened relative to the current directory, which `chdir` changes.
-/// - A full pipe or a stopped terminal blocks every call of the log until it is read, and each fork
-///   and exit for up to a second. A lease of another process on the file blocks for up to 45
-///   seconds.
+/// - A full pipe or a stopped terminal blocks every call of the log until it accepts data again,
+///   and each fork and exit for up to a second. A lease of another process on the file blocks for
+///   up to a minute.
 /// - Entries of more than 4,096 bytes that several processes write to a pipe interleave. The reader
 ///   of a pipe sees the end of the file between entries.
 /// - Unless ignored, SIGXFSZ (size limit exceeded) and SIGPIPE (the pipe's reader is gone)
@@ -72,9 +74,10 @@ public:
     /// \throws std::runtime_error if a directory cannot be created or the file cannot be opened for
     ///     appending; `what()` names it
     ///
-    /// If the constructor throws, the destination is unchanged. If it throws because of a sink or
-    /// because memory runs out, the old destination may already contain the entry about the change,
-    /// which precedes the change. \p file may alias the result of `get_destination`.
+    /// If the constructor throws, the destination is unchanged, even if a sink has changed it
+    /// meanwhile. The old destination may already contain the entry about the change, because sinks
+    /// find the entry there from the record "flush destination" on. \p file may alias the result of
+    /// `get_destination`.
     [[nodiscard]] explicit Logger(Path const& file);
 
     /// Sets the destination to the UTF-16 \p file, like the constructor above.
@@ -115,7 +118,7 @@ INSTALL_CPPUTIL_EXPORT void append_message(std::string const& message);
 
 /// Appends the whole file at the UTF-16 \p path to the destination as one entry: a line that names
 /// the file, its lines, and a line that names it again. Reads the file into memory first, up to the
-/// first read error; a line that a read error cuts is dropped. Waits for the writer of a pipe;
+/// first read error; a line cut short by it is dropped. Waits for the writer of a pipe;
 /// meanwhile, the thread can be cancelled.
 /// \throws std::runtime_error if no destination is set, or the file does not exist or cannot be
 ///     opened for reading

@@ -33,19 +33,15 @@ auto retry(Call call) noexcept {
 
 /// Occupies the numbers of closed standard streams with /dev/null.
 void occupy_standard_streams() noexcept {
-    for (;;) {
-        auto const number = retry([] { return ::open("/dev/null", O_RDONLY); });
-        if (number < 0) {
-            return;
-        }
-        if (number > STDERR_FILENO) {
-            ::close(number);
-            return;
-        }
+    CancellationGuard const uncancelled;
+    int number = STDIN_FILENO;
+    while (number >= 0 && number <= STDERR_FILENO) {
+        number = ::open("/dev/null", O_RDONLY);
     }
+    ::close(number);
 }
 
-/// Replaces a descriptor that has the number of a closed standard stream, to which other threads
+/// Moves \p file to another number: it has that of a closed standard stream, to which other threads
 /// may print.
 Descriptor above_standard_streams(Descriptor file) noexcept {
     Descriptor moved(
@@ -119,12 +115,6 @@ InputFileStream::InputFileStream(Path const& path)
     }
 }
 
-InputFileStream::~InputFileStream() = default;
-
-bool InputFileStream::isOpen() const noexcept {
-    return descriptor_.isOpen();
-}
-
 std::optional<std::string_view> InputFileStream::readLine() {
     std::size_t searched = 0;
     do {
@@ -150,13 +140,13 @@ bool InputFileStream::fill() {
     if (end_ == capacity_) {
         makeRoom();
     }
-    if (std::exchange(needsWriter_, false)) {
-        awaitInput();
+    if (std::exchange(needsWriter_, false) && !awaitInput()) {
+        atEnd_ = true;
+        return false;
     }
     auto const read = [&] { return ::read(descriptor_.get(), buffer_ + end_, capacity_ - end_); };
     auto count = retry(read);
-    while (count == -1 && errno == EAGAIN) {
-        awaitInput();
+    while (count == -1 && errno == EAGAIN && awaitInput()) {
         count = retry(read);
     }
     if (count < 0) {
@@ -170,11 +160,16 @@ bool InputFileStream::fill() {
     return true;
 }
 
-/// Waits until a read would not block. The calling thread can be cancelled meanwhile: `poll`,
-/// unlike `open` and `read`, leaves nothing behind if its thread is.
-void InputFileStream::awaitInput() {
+/// Waits until a read would not block. Returns false if the system cannot wait. The calling thread
+/// can be cancelled meanwhile: `poll`, unlike `open` and `read`, leaves nothing behind if its
+/// thread is.
+bool InputFileStream::awaitInput() {
     pollfd input = {descriptor_.get(), POLLIN, 0};
-    while (::poll(&input, 1, -1) == -1 && errno == EINTR) {}
+    int result = -1;
+    do {
+        result = ::poll(&input, 1, -1);
+    } while (result == -1 && errno == EINTR);
+    return result > 0;
 }
 
 /// Moves the unread bytes to the start of the buffer. Replaces the initial buffer, and a buffer
@@ -210,12 +205,6 @@ OutputFileStream::OutputFileStream(Descriptor descriptor) noexcept
 
 OutputFileStream OutputFileStream::openPrivate(Path const& path) {
     return OutputFileStream(open_private_file(path));
-}
-
-OutputFileStream::~OutputFileStream() = default;
-
-bool OutputFileStream::isOpen() const noexcept {
-    return descriptor_.isOpen();
 }
 
 void OutputFileStream::write(std::string_view text) noexcept {

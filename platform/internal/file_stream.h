@@ -41,17 +41,16 @@ class InputFileStream final {
 public:
     /// Opens \p path. The stream is not open if the file is missing, is a directory or cannot be
     /// opened for reading. Does not wait for the writer of a pipe. If another process has a lease
-    /// on the file, waits up to a minute until the system breaks it.
+    /// on the file, waits up to a minute for the system to break it.
     explicit InputFileStream(Path const& path);
     InputFileStream(InputFileStream const&) = delete;
     InputFileStream& operator=(InputFileStream const&) = delete;
-    ~InputFileStream();
 
     /// Returns whether the constructor could open the file.
-    bool isOpen() const noexcept;
+    bool isOpen() const noexcept { return descriptor_.isOpen(); }
 
     /// Returns the next line without its line feed, or `std::nullopt` at end of file. The last line
-    /// need not end with a line feed. A read error is treated as end of file; a line that it cuts
+    /// need not end with a line feed. A read error is treated as end of file; a line cut short
     /// is dropped. Waits for a pipe until a writer has opened it and the line is complete.
     ///
     /// The line refers to memory of this stream and is valid until the next call.
@@ -65,10 +64,10 @@ public:
 private:
     bool fill();
     void makeRoom();
-    void awaitInput();
+    bool awaitInput();
 
     Descriptor descriptor_;
-    // True until a writer has opened the pipe; until then, reading it would report its end.
+    // True for a pipe until a writer has opened it; until then, a read would report its end.
     bool needsWriter_;
     // The first buffer: a small file needs no allocation.
     std::array<char, 4096> initial_;
@@ -83,7 +82,7 @@ private:
     bool atEnd_ = false;
 };
 
-/// A file open for appending.
+/// A file opened for appending.
 ///
 /// \par Thread safety
 ///     Only one thread at a time may use a stream. Every write appends at the current end of the
@@ -92,9 +91,9 @@ private:
 ///     A thread is not cancelled while it opens, writes or closes a stream.
 class OutputFileStream final {
 public:
-    /// Opens \p path; creates a missing file with mode 0666 under the umask. The stream is not open
+    /// Opens \p path; creates a missing file with mode 0666, less the umask. The stream is not open
     /// if the file cannot be opened or created, or is a pipe without a reader. If another process
-    /// has a lease on the file, waits up to a minute until the system breaks it.
+    /// has a lease on the file, waits up to a minute for the system to break it.
     explicit OutputFileStream(Path const& path);
 
     /// Opens a private file of the effective user in a directory where other users can create
@@ -103,17 +102,12 @@ public:
     /// open.
     static OutputFileStream openPrivate(Path const& path);
 
-    OutputFileStream(OutputFileStream&&) noexcept = default;
-    OutputFileStream(OutputFileStream const&) = delete;
-    OutputFileStream& operator=(OutputFileStream const&) = delete;
-    ~OutputFileStream();
-
     /// Returns whether the constructor could open the file.
-    bool isOpen() const noexcept;
+    bool isOpen() const noexcept { return descriptor_.isOpen(); }
 
     /// Appends \p text with one system call, or with more if the system accepts only part of it.
     /// Waits for the reader of a full pipe. When it returns, the system has accepted the text,
-    /// which survives the process. A failure, such as a full disk, is not reported.
+    /// so it is not lost if the process is killed. A failure, such as a full disk, is not reported.
     void write(std::string_view text) noexcept;
 
 private:

@@ -8,8 +8,8 @@
 
 namespace install::cpputil {
 
-/// An object that threads share, from library load to unload, with the mutex that guards it. There
-/// is no way to the object but through an `Access`.
+/// An object that threads share, from library load to unload, with the mutex that guards it. The
+/// object is accessible only through an `Access`.
 ///
 /// Instances are `constinit` and have no destructor, so that a thread that calls the library during
 /// process exit can still check whether the object exists.
@@ -29,7 +29,7 @@ public:
 private:
     LibraryMutex& mutex_;
     std::atomic<bool> hasEnded_ = false;
-    // Null before the lifetime begins; dangling after hasEnded_.
+    // Null before the lifetime begins. Not to be used once hasEnded_ is set.
     Object* object_ GUARDED_BY(mutex_) = nullptr;
     alignas(Object) std::byte storage_[sizeof(Object)] = {};
 };

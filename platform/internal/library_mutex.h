@@ -10,7 +10,7 @@
 
 namespace install::cpputil {
 
-/// A mutex for state of the whole library that survives fork and process exit.
+/// A mutex for library-wide state. The mutex survives fork and process exit.
 ///
 /// Instances have static storage duration and are `constinit`, so that they can be locked before
 /// the library's constructors have run and after its destructors. A registered instance can be
