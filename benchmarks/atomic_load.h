@@ -1,4 +1,4 @@
 #pragma once
 
-/// Returns false, after one sequentially consistent load from an atomic of another library.
+/// Performs one seq_cst load across a library boundary; returns false.
 bool load_flag() noexcept;

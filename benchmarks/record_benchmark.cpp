@@ -69,16 +69,16 @@ void with_records(benchmark::State& state, char const* channel, Operation operat
     sink.count(state);
 }
 
-/// Runs \p operation with \p channel disabled, and writes one record for each of \p texts.
+/// Runs \p operation with \p channel disabled, and writes one record for each of \p messages.
 template <typename Operation>
 void with_core_records(benchmark::State& state, char const* channel, Operation operation,
-                       int severity, char const* prefix, std::vector<std::string> const& texts) {
+                       int severity, char const* prefix, std::vector<std::string> const& messages) {
     DroppingSink const sink(channel, 0);
     log::sources::severity_channel_logger_mt<int, std::string> logger(log::keywords::channel =
                                                                           channel);
     for (auto _ : state) {
         operation();
-        for (auto const& text : texts) {
+        for (auto const& text : messages) {
             if (auto record = logger.open_record(log::keywords::severity = severity)) {
                 log::record_ostream stream(record);
                 stream << prefix << text;

@@ -19,7 +19,7 @@ BEGIN, END = "<!-- scripts/bench: begin -->\n", "<!-- scripts/bench: end -->\n"
 
 @dataclass
 class Row:
-    """What is measured, and what it is compared with. A ratio above 1 means that it is slower."""
+    """What is measured, and what it is compared with. A ratio above 1 means that the library is slower."""
 
     operation: str
     against: str
@@ -85,7 +85,7 @@ ROWS = [
     Row("`append_message`", "open + write + close", "append_message", "floor_line", 1.15),
     Row("`append_message`", "`std::ofstream` per line", "append_message", "ofstream_line", 1),
     Row("`append_message`", "spdlog, opened per line", "append_message", "spdlog_line_opened", 1),
-    Row("`append_message`", "spdlog, kept open: loses a removed file", "append_message", "spdlog_line_kept_open"),
+    Row("`append_message`", "spdlog, file kept open (a removed file is not recreated)", "append_message", "spdlog_line_kept_open"),
     Row("`append_message`, UTF-16", "open + write + close", "append_message_utf16", "floor_line"),
     itself("`append_message`, 1 KiB", "44 characters", "append_message_of_size/1024", "append_message"),
     itself("`append_message`, 64 KiB", "44 characters", "append_message_of_size/65536", "append_message"),
@@ -199,7 +199,7 @@ def picture(ratios: list[tuple[Row, float]]) -> str:
     parts = [
         text("axis", 4, 16, "start", "time of the library / time of what it is compared with"),
         text("axis", x(1) - 12, 16, "end", "\u2190 the library is faster"),
-        text("axis", x(1) + 12, 16, "start", "it is slower \u2192"),
+        text("axis", x(1) + 12, 16, "start", "the library is slower \u2192"),
     ]
     for tick in TICKS:
         kind = "one" if tick == 1 else "grid"

@@ -1,4 +1,4 @@
-// Converting text and converting it back gives the same text. checkUtf8 reports the errors of
+// Text survives a round trip through both conversions. checkUtf8 reports the same errors as
 // fromUtf8.
 
 #include <algorithm>

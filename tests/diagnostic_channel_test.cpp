@@ -29,7 +29,7 @@ TEST(DiagnosticChannel, WritesNothingWhileTheLoggingCoreIsDisabled) {
 TEST(DiagnosticChannel, RejectsMalformedPieces) {
     DiagnosticChannel channel("test");
     RecordSink sink("test");
-    // Boost.Log's own conversion does not return for the second text.
+    // Boost.Log's own conversion never returns for the second string.
     for (std::u16string const malformed : {u"a\xDC00", u"a\xD800"}) {
         auto const write = [&] { channel.write(Severity::changes, {" x=", malformed}); };
         EXPECT_EQ(error_text<TextConversionError>(write),

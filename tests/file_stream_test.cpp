@@ -30,8 +30,8 @@ TEST_F(FileStream, ReadsNothingAfterTheEndOfAPipe) {
     EXPECT_EQ(stream.readLine(), std::nullopt);
 }
 
-TEST_F(FileStream, WaitsForTheEndOfALease) {
-    std::signal(SIGIO, SIG_IGN);  // Asks the holder to end its lease.
+TEST_F(FileStream, WaitsForALeaseToBeReleased) {
+    std::signal(SIGIO, SIG_IGN);  // The system's request to release the lease.
     int const holder = ::open(write_file(name_, "").c_str(), O_RDONLY);
     ASSERT_EQ(::fcntl(holder, F_SETLEASE, F_RDLCK), 0);
     auto opened = std::async(std::launch::async, [&] { return OutputFileStream(path_).isOpen(); });

@@ -12,7 +12,7 @@ namespace {
 
 constexpr char const* channel_name = "install::cpputil::InputFileParser";
 
-/// Returns a map in one line: key=value; for a text and key:[name][name]; for a list.
+/// Returns a map in one line: key=value; for a string and key:[name][name]; for a list.
 std::string shown(PropertyMap const& map) {
     std::string result;
     for (auto const& [key, value] : map) {
@@ -86,7 +86,7 @@ TEST_F(InputFile, StoresProductNamesAsAList) {
          {"product...Alpha\nproduct. _Beta_ \n.product\n",
           ":[Alpha][ Beta ][product];product:[Alpha][ Beta ];"},
          {"My Product . product.x\n", "my product:[product.x];"},
-         // Lines without a name, and lines that are no product lines.
+         // Lines without a name, and lines that are not product lines.
          {"product\nproduct.\nproduct...\na product\n\xFF product\nProduct.x\nPRODUCT.x", ""}});
     // In text that was not trimmed, a blank after "product." counts as a name, which is then empty.
     EXPECT_EQ(shown(parser_.convertInputsToPropertyMap("product. \n#b = 2\nc=3")),
@@ -196,8 +196,8 @@ TEST_F(InputFile, ReadsFromAPipe) {
     writer.join();
 }
 
-// Reading a terminal fails while another process group has it.
-TEST_F(InputFile, DropsALineThatAFailedReadCuts) {
+// Reading a terminal fails while another process group is in the foreground.
+TEST_F(InputFile, DropsALineCutShortByAReadError) {
     int const terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_EQ(::grantpt(terminal) + ::unlockpt(terminal), 0);
     std::string const name = ::ptsname(terminal);

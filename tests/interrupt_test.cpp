@@ -75,7 +75,7 @@ TEST_F(Interrupt, ChangesTheFlagBeforeItsRecord) {
     detail::unset();
 }
 
-// The sink uses the library, whose guards against cancellation are then nested.
+// The sink uses the library, so that cancellation guards are nested.
 TEST_F(Interrupt, IsACancellationPointInAPauseButNotInARecord) {
     auto const present = with_variable(variable, "1");
     auto const child = [this] {

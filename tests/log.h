@@ -39,8 +39,8 @@ inline Strings messages(fs::path const& log) {
     return result;
 }
 
-/// A directory for log files, which is the directory for temporary files, too, and a sink for the
-/// records of the log, which are initially disabled.
+/// Provides a directory for log files, to which TMPDIR is set, and a sink for the log's records,
+/// which are initially disabled.
 class LogTest : public ::testing::Test {
 protected:
     static constexpr char const* channel_name = "install::cpputil::logger";
@@ -71,7 +71,7 @@ protected:
     std::string shown(std::string const& record) const {
         return std::regex_replace(unstamped(record), std::regex(path("")), "D/");
     }
-    /// Enables records, and calls \p action at the record \p number of this thread, counted from 0.
+    /// Enables records, and calls \p action at record \p number of this thread, counted from 0.
     void callAtRecord(int number, std::function<void()> const& action) {
         enableRecords();
         sink_.callForEach([=, thread = std::this_thread::get_id(), count = 0](auto&) mutable {

@@ -61,8 +61,8 @@ TEST_F(LogDestination, IsUnsetByAnyLogger) {
     EXPECT_EQ(destinations(), "b|");
 }
 
-// The C++ library limits the number of directories that one call creates.
-TEST_F(LogDestination, MayBeInAThousandMissingDirectories) {
+// std::filesystem::create_directories fails for more than 1,000 missing directories.
+TEST_F(LogDestination, MayHaveMoreThanAThousandMissingParents) {
     std::string file = "log";
     for (int count = 0; count != 1'100; ++count) {
         file.insert(0, "d/");
@@ -121,8 +121,8 @@ TEST_F(LogDestination, IsRejectedIfItCannotBeOpened) {
 
 class ThrowingSink : public LogTest {
 protected:
-    /// Creates a `Logger` while a sink throws at the record \p number. Returns whether there is
-    /// one.
+    /// Creates a `Logger` while a sink throws at the record \p number. Returns whether that
+    /// record was written.
     bool throwsAtRecord(int number) {
         bool thrown = false;
         callAtRecord(number, [&] {
@@ -165,8 +165,8 @@ TEST_F(ThrowingSink, LeavesTheDestinationAsItWas) {
 
 class ConcurrentChanges : public LogTest {};
 
-// At each record of one change in turn, another thread makes a second change and logs a message. The
-// result must equal one of the two serial orders.
+// At each record of one change in turn, another thread makes a second change and logs a message.
+// The result must equal one of the two serial orders.
 TEST_F(ConcurrentChanges, AreAtomic) {
     constexpr int records_of_replaced_destination = 7;
     for (int number = 0; number != records_of_replaced_destination; ++number) {

@@ -18,8 +18,8 @@
 
 namespace install::cpputil::tests {
 
-/// A sink of the logging core that collects the records of one channel. The channel is enabled as
-/// long as the sink exists.
+/// A sink of the logging core that collects the records of one channel. The constructor
+/// sets the channel's mask; the destructor disables the channel.
 class RecordSink {
 public:
     using Hook = std::function<void(std::string const& text)>;

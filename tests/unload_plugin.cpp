@@ -39,7 +39,8 @@ extern "C" void log_and_enable(char const* message) {
     DiagnosticChannel::setEnabledSeverities("install::cpputil::interrupt", 0);
 }
 
-/// Calls services after the library was destroyed. Returns whether they had no effect.
+/// Calls services after the library's destructors have run. Returns whether the log has no
+/// destination.
 extern "C" bool use_library_after_exit(char const* log) {
     log_and_enable("too late");
     logger::Logger const too_late(std::string(log) + ".new");
