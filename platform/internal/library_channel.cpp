@@ -125,7 +125,7 @@ struct LibraryChannel::ForkRegistration {
     LibraryMutex::ForkRegistration mutex;
 };
 
-LibraryChannel::ForkRegistration const LibraryChannel::forkRegistration_;
+LibraryChannel::ForkRegistration LibraryChannel::forkRegistration_;
 
 /// The threads that were writing other records do not exist in the child.
 void LibraryChannel::afterForkInChild() noexcept {

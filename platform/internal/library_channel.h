@@ -64,7 +64,7 @@ private:
 
     static LibraryMutex registryMutex_;
     struct ForkRegistration;
-    static ForkRegistration const forkRegistration_;
+    static ForkRegistration forkRegistration_;
     // The open channels of the process.
     static LibraryChannel* first_ GUARDED_BY(registryMutex_);
     // Set when the first of the library's own channels closes.
