@@ -140,7 +140,7 @@ for kept in 1 2; do
     mkdir -p app/sub/own
     touch app/sub/own/$'added\e'
     run 0 "kept (changed): $scratch/app.kept-$kept/file"
-    grep -qF "kept (added): $scratch/app.kept-$kept/sub/own/added"$'\uFFFD' log || fail 'not named'
+    grep -qF "kept (added): $scratch/app.kept-$kept/sub/own/added"$'\xEF\xBF\xBD' log || fail 'not named'
     [ "$(find app.kept-$kept -type f | wc -l)" = 2 ] || fail 'more is kept'
     installed second
     [ "$(stat -c %u:%g:%a app)" = "$before" ] || fail 'other permissions'
@@ -259,7 +259,7 @@ mkdir $'latin\xe9'
 input 'install_dir = app'
 status=0
 (cd $'latin\xe9' && "${example[@]}" "$scratch/input" "$scratch/log") >output 2>&1 || status=$?
-[ "$status" = 1 ] && grep -qF "target: $scratch/latin"$'\uFFFD/app' log || fail "status $status in a directory of another encoding"
+[ "$status" = 1 ] && grep -qF "target: $scratch/latin"$'\xEF\xBF\xBD/app' log || fail "status $status in a directory of another encoding"
 input
 
 # Receipts that are refused: commands of sed.
@@ -283,7 +283,7 @@ ln -P content/sub/up content/moved
 mkfifo content/pipe
 ln -s .. content/esc
 cp content/file content/.receipt
-touch content/$'line\nfeed' content/$'latin\xe9' content/$'bidi\u202e'
+touch content/$'line\nfeed' content/$'latin\xe9' content/$'bidi\xE2\x80\xAE'
 printf 'outside\n' >file
 outside='a name outside of the installation'
 while IFS='|' read -r text arguments_of_tar; do
@@ -308,7 +308,7 @@ file: the installation already has an entry|file ./file
 .receipt: the installation already has an entry|.receipt
 entry 2: its name is not UTF-8 or has control characters|file $'line\nfeed'
 entry 1: its name is not UTF-8|$'latin\xe9'
-entry 1: its name is not UTF-8 or has control characters|$'bidi\u202e'
+entry 1: its name is not UTF-8 or has control characters|$'bidi\xE2\x80\xAE'
 the archive has no entries|--files-from /dev/null
 EOF_ARCHIVES
 [ "$(cat file)" = outside ] || fail 'a file outside was changed'
