@@ -175,7 +175,7 @@ void Installation::move(std::string const& from, std::string const& to, unsigned
     say(done + place_.string());
 }
 
-/// Removes the previous installation from the work directory. Keeps the user's files beside the
+/// Removes the previous installation from the work directory. Keeps the user's files next to the
 /// target.
 void Installation::removePrevious(Receipt const& receipt) const {
     if (!exists_) {

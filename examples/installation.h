@@ -20,7 +20,7 @@ void say(std::string const& text);
 void require(bool valid, char const* code, std::string const& why,
              char const* function = __builtin_FUNCTION());
 
-/// A directory to install to, and a work directory beside it. Create one object in a process: it
+/// A directory to install to, and a work directory next to it. Create one object in a process: it
 /// changes the current directory, because another user may be able to rename what is in the parent
 /// directory. He can neither enter the work directory nor move it elsewhere, so ".." remains the
 /// parent directory.

@@ -279,7 +279,9 @@ TEST_F(CallingSink, ReplacesTheDestinationWhileItIsReplaced) {
         char const* record;
         char const* destinations;
     };
-    Row const rows[] = {{"flush destination", "b|c"}, {" last_destination_file.string()=", "b|a"}};
+    Row const rows[] = {{" destination_file.string()=", "b|c"},
+                        {"flush destination", "b|c"},
+                        {" last_destination_file.string()=", "b|a"}};
     for (auto const& row : rows) {
         Logger const log(name("a"));
         std::optional<Logger> other;

@@ -195,10 +195,14 @@ bool provide_directory(Path const& directory) {
     }
 }
 
-/// Unsets the destination, which must be set, and keeps it as the last one. Allocates no memory
-/// while the channel is disabled, because a destructor calls it, which terminates the process if an
-/// allocation fails.
-void clear_destination(State& log) {
+/// Unsets the destination and keeps it as the last one. Allocates no memory while the channel is
+/// disabled, because a destructor calls it, which terminates the process if an allocation fails.
+void unset_destination(State& log) {
+    if (log.destination_file.string().empty()) {
+        channel.write(Severity::details,
+                      {"no destination, keep last \"", log.last_destination_file.string(), "\""});
+        return;
+    }
     channel.write(Severity::changes, {"flush destination"});
     if (log.next_last_file.string().empty()) {
         // A sink has unset or replaced the destination inside this function.
@@ -209,19 +213,6 @@ void clear_destination(State& log) {
                   {" last_destination_file.string()=", log.last_destination_file.string()});
     channel.write(Severity::changes, {"unset destination"});
     log.destination_file = Path();
-}
-
-void unset_destination() {
-    WriteAccess const log;
-    if (!log) {
-        return;
-    }
-    if (log->destination_file.string().empty()) {
-        channel.write(Severity::details,
-                      {"no destination, keep last \"", log->last_destination_file.string(), "\""});
-        return;
-    }
-    clear_destination(*log);
 }
 
 /// Sets the destination to \p file in one step: other threads see either the old destination or the
@@ -245,7 +236,7 @@ void replace_destination(Path file) {
                           {" destination_file.string()=", old.string(), " ofile.string()=", text});
             record_message(entry);
             write_entry(*log, std::move(entry));
-            clear_destination(*log);
+            unset_destination(*log);
         }
         log->destination_file = std::move(file);
         log->next_last_file = std::move(copy);
@@ -292,7 +283,9 @@ Logger::Logger(std::string const& file)
     : Logger(state.hasEnded() ? std::u16string() : TextConversion::fromUtf8(file)) {}
 
 Logger::~Logger() {
-    unset_destination();
+    if (WriteAccess const log; log) {
+        unset_destination(*log);
+    }
 }
 
 void append_message(std::u16string const& message) {

@@ -161,8 +161,8 @@ bool InputFileStream::fill() {
 }
 
 /// Waits until a read would not block. Returns false if the system cannot wait. The calling thread
-/// can be cancelled meanwhile: `poll`, unlike `open` and `read`, leaves nothing behind if its
-/// thread is.
+/// can be cancelled meanwhile: unlike `open` and `read`, a cancelled `poll` leaks no
+/// descriptor and loses no data.
 bool InputFileStream::awaitInput() {
     pollfd input = {descriptor_.get(), POLLIN, 0};
     int result = -1;
