@@ -249,15 +249,15 @@ void install(Plan const& plan) {
         "too little space for " + std::to_string(size) + " bytes beside " + plan.target.string());
     installation.enterNew();
     auto const progress = make_progress(size);
-    std::map<std::string, std::string> products;
+    Receipt receipt;
     for (auto& [name, archive] : archives) {
         std::cout << "unpacking " << name << '\n' << std::flush;
-        archive.unpack(progress);
-        products[name] = plan.version;
+        archive.unpack(receipt.entries, progress);
+        receipt.products[name] = plan.version;
         logger::append_message("unpacked " + name + ' ' + plan.version);
     }
     std::cout << "writing to the disk\n" << std::flush;
-    write_receipt(products);
+    write_receipt(receipt);
     installation.replace(previous);
 }
 

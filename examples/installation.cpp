@@ -95,10 +95,10 @@ Receipt Installation::readPrevious() {
     require(S_ISDIR(previous_.st_mode), "E103",
             "a dangling link or not a directory: " + place_.string());
     require(place_ == target_, "E105", "another process has created " + place_.string());
-    auto const found = read_receipt(place_);
-    require(found || fs::is_empty(place_), "E106",
+    auto receipt = read_receipt(place_);
+    require(!receipt.products.empty() || fs::is_empty(place_), "E106",
             "no receipt of an earlier installation, but files in " + place_.string());
-    return found.value_or(Receipt());
+    return receipt;
 }
 
 void Installation::createWork() {
@@ -124,19 +124,15 @@ void Installation::createWork() {
     work_ = std::move(work);
 }
 
-/// Refuses a target that cannot be moved or exchanged.
+/// Refuses a target that cannot be moved.
 void Installation::probe() const {
-    fs::create_directories("a/entry");
-    fs::create_directory("b");
-    check_call(::renameat2(AT_FDCWD, "a", AT_FDCWD, "b", RENAME_EXCHANGE),
-               "the file system cannot exchange directories: " + place_.string());
+    fs::create_directories("probe/entry");
     // Always fails, since no directory replaces one that is not empty, but first for other reasons.
-    auto const result = ::rename(("../" + name_).c_str(), "b");
+    auto const result = ::rename(("../" + name_).c_str(), "probe");
     require(errno != EBUSY, "E103", "a mount point: " + place_.string());
     check_call(errno == ENOTEMPTY || errno == EEXIST ? 0 : result,
                "cannot move " + place_.string());
-    fs::remove_all("b");
-    fs::remove("a");
+    fs::remove_all("probe");
 }
 
 void Installation::enterNew() const {

@@ -33,7 +33,7 @@ public:
     ~Installation();
 
     /// Excludes other installers of the target until the process ends, and creates the work
-    /// directory. Refuses a target that could not be moved or exchanged. Returns the receipt of the
+    /// directory. Refuses a target that could not be moved. Returns the receipt of the
     /// target; an empty one if it is empty or missing.
     Receipt prepare();
 

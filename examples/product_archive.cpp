@@ -12,8 +12,11 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/hex.hpp>
 #include <cerrno>
 #include <fstream>
+#include <future>
+#include <iterator>
 #include <system_error>
 #include <vector>
 
@@ -47,6 +50,17 @@ bool leads_out(fs::path const& name, fs::path const& target) {
            ups((name.parent_path() / target).lexically_normal()) != 0;
 }
 
+/// Returns the target of a hard link, or null if the entry is something else.
+char const* hard_link_target(archive_entry* entry) {
+    auto const* const utf8 = archive_entry_hardlink_utf8(entry);
+    return utf8 != nullptr ? utf8 : archive_entry_hardlink(entry);  // Null, or not UTF-8.
+}
+
+/// Returns a path as the keys of ProductArchive::Entries have it.
+std::string normal_path(std::string const& name) {
+    return fs::path(name + "/.").lexically_normal().parent_path();
+}
+
 }  // namespace
 
 Descriptor::~Descriptor() {
@@ -62,23 +76,24 @@ int check_call(int result, std::string const& what) {
     return result;
 }
 
-void read_blocks(Descriptor const& file, std::string const& name,
-                 std::function<void(std::string_view)> const& consume) {
+Sha256& Sha256::update(std::string_view data) {
+    sha256_update(&state_, data.size(), reinterpret_cast<std::uint8_t const*>(data.data()));
+    return *this;
+}
+
+Sha256& Sha256::update(Descriptor const& file, std::string const& name,
+                       std::function<void()> const& before_block) {
     std::vector<char> block(read_size);
-    off_t offset = 0;
-    for (;;) {
+    for (off_t offset = 0;;) {
+        before_block();
         auto const size = ::pread(file.get(), block.data(), block.size(), offset);
         check_call(static_cast<int>(size), "cannot read " + name);
         if (size == 0) {
-            return;
+            return *this;
         }
-        consume({block.data(), static_cast<std::size_t>(size)});
+        update({block.data(), static_cast<std::size_t>(size)});
         offset += size;
     }
-}
-
-void Sha256::update(std::string_view data) {
-    sha256_update(&state_, data.size(), reinterpret_cast<std::uint8_t const*>(data.data()));
 }
 
 std::string Sha256::hex() {
@@ -89,10 +104,7 @@ std::string Sha256::hex() {
     sha256_digest(&state_, bytes.data());
 #endif
     std::string text;
-    for (auto const byte : bytes) {
-        constexpr auto const* digits = "0123456789abcdef";
-        text += {digits[byte >> 4U], digits[byte & 15U]};
-    }
+    boost::algorithm::hex_lower(bytes, std::back_inserter(text));
     return text;
 }
 
@@ -135,12 +147,8 @@ void ProductArchive::verify() const {
     if (name.filename() != path_.filename()) {
         refuse("the first line of " + list + " is not the output of sha256sum for it");
     }
-    Sha256 digest;
-    read_blocks(file_, path_.string(), [&](std::string_view block) {
-        interrupt::throw_if_set("verifying " + path_.string());
-        digest.update(block);
-    });
-    if (line.substr(0, digits) != digest.hex()) {
+    auto const stop = [] { interrupt::throw_if_set("verifying an archive"); };
+    if (line.substr(0, digits) != Sha256().update(file_, path_.string(), stop).hex()) {
         refuse("the archive is damaged: its SHA-256 differs");
     }
 }
@@ -171,7 +179,7 @@ archive_entry* ProductArchive::nextEntry(Handle const& reader) {
     if (name == nullptr || printable(name) != name) {
         refuse("its name is not UTF-8 or has control characters");
     }
-    entry_ = fs::path(name + std::string("/.")).lexically_normal().parent_path();
+    entry_ = normal_path(name);
     checkEntry(entry);
     return entry;
 }
@@ -180,7 +188,7 @@ archive_entry* ProductArchive::nextEntry(Handle const& reader) {
 /// symbolic links that could lead out of it.
 void ProductArchive::checkEntry(archive_entry* entry) const {
     auto const type = archive_entry_filetype(entry);
-    auto const* const hard_link = archive_entry_hardlink_utf8(entry);
+    auto const* const hard_link = hard_link_target(entry);
     auto const* const target = archive_entry_symlink_utf8(entry);
     if (!is_inside(entry_) || (hard_link != nullptr && !is_inside(hard_link))) {
         refuse("a name outside of the installation");
@@ -196,7 +204,7 @@ void ProductArchive::checkEntry(archive_entry* entry) const {
     }
 }
 
-void ProductArchive::unpack(Progress const& progress) {
+void ProductArchive::unpack(Entries& unpacked, Progress const& progress) {
     auto const reader = openReader();
     Handle const disk(archive_write_disk_new(), archive_write_free);
     // The checks of libarchive apply to relative names, hence the current directory.
@@ -204,7 +212,7 @@ void ProductArchive::unpack(Progress const& progress) {
         disk.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
                         ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
     while (auto* const entry = nextEntry(reader)) {
-        unpackEntry(reader, disk, entry, progress);
+        unpackEntry(reader, disk, entry, unpacked, progress);
         progress(entry_size);
         diagnostics.write(Severity::changes, {"unpacked ", entry_});
         // For tests of a run that is stopped here; to be removed in a copy.
@@ -214,7 +222,7 @@ void ProductArchive::unpack(Progress const& progress) {
 }
 
 void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
-                                 Progress const& progress) const {
+                                 Entries& unpacked, Progress const& progress) {
     auto const is_directory = archive_entry_filetype(entry) == AE_IFDIR;
     auto const existing = fs::symlink_status(entry_.empty() ? "." : entry_);
     if (fs::exists(existing) && !(is_directory && fs::is_directory(existing))) {
@@ -224,25 +232,43 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
         // Without these permissions, its owner could not replace the installation later.
         archive_entry_set_perm(entry, archive_entry_perm(entry) | 0700);
     }
-    // In another directory, a hard link to a symbolic link could lead to another target.
-    auto const* const hard_link = archive_entry_hardlink(entry);
-    if (hard_link != nullptr && !fs::is_regular_file(fs::symlink_status(hard_link))) {
-        refuse("a hard link to something else than an unpacked file");
+    auto const* const hard_link = hard_link_target(entry);
+    if (hard_link != nullptr) {
+        // In another directory, a hard link to a symbolic link could lead to another target.
+        auto const linked = unpacked.find(normal_path(hard_link));
+        if (linked == unpacked.end() || linked->second[0] != 'f') {
+            refuse("a hard link to something else than an unpacked file");
+        }
+        unpacked[entry_] = linked->second;
     }
     check(disk, archive_write_header(disk.get(), entry));
-    void const* data = nullptr;
-    std::size_t size = 0;
-    la_int64_t offset = 0;
-    for (;;) {
-        auto const result = archive_read_data_block(reader.get(), &data, &size, &offset);
-        if (result == ARCHIVE_EOF) {
+    Sha256 digest;
+    std::future<void> hashing;  // of a block, while it is written and the next one is read
+    for (std::size_t i = 0;; ++i) {
+        interrupt::throw_if_set("unpacking " + entry_);
+        auto& block = blocks_[i % blocks_.size()];
+        auto const size = archive_read_data(reader.get(), block.data(), block.size());
+        check(reader, static_cast<int>(size));
+        if (hashing.valid()) {
+            hashing.get();
+        }
+        if (size == 0) {
             break;
         }
-        check(reader, result);
-        check(disk, static_cast<int>(archive_write_data_block(disk.get(), data, size, offset)));
-        progress(size);
+        std::string_view const data(block.data(), static_cast<std::size_t>(size));
+        // For a small file, a thread would take longer than the digest.
+        auto const policy =
+            data.size() == block.size() ? std::launch::async : std::launch::deferred;
+        hashing = std::async(policy, [&digest, data] { digest.update(data); });
+        check(disk, static_cast<int>(archive_write_data(disk.get(), data.data(), data.size())));
+        progress(data.size());
     }
     check(disk, archive_write_finish_entry(disk.get()));
+    if (auto const* const target = archive_entry_symlink_utf8(entry)) {
+        unpacked[entry_] = "link " + digest.update(target).hex();
+    } else if (!is_directory && hard_link == nullptr) {
+        unpacked[entry_] = "file " + digest.hex();
+    }
 }
 
 void ProductArchive::check(Handle const& handle, int result, char const* function) const {

@@ -6,9 +6,11 @@
 
 #include <nettle/sha2.h>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -37,16 +39,16 @@ private:
 /// \throws std::system_error with the text \p what if the call failed
 int check_call(int result, std::string const& what);
 
-/// Calls \p consume for each block of the content of \p file. \p name is for messages.
-/// \throws std::system_error if the file cannot be read
-void read_blocks(Descriptor const& file, std::string const& name,
-                 std::function<void(std::string_view)> const& consume);
-
 /// A SHA-256 digest.
 class Sha256 {
 public:
     Sha256() { sha256_init(&state_); }
-    void update(std::string_view data);
+    Sha256& update(std::string_view data);
+    /// Adds the content of \p file. \p name is for messages.
+    /// \throws std::system_error if the file cannot be read
+    /// \throws any exception of \p before_block
+    Sha256& update(Descriptor const& file, std::string const& name,
+                   std::function<void()> const& before_block);
     /// Returns the digest of all data in lowercase hexadecimal digits, and starts again.
     std::string hex();
 
@@ -68,6 +70,9 @@ class ProductArchive {
 public:
     /// Called with the part of the size that has been unpacked since the last call.
     using Progress = std::function<void(std::uintmax_t)>;
+    /// Maps the path of each file or link to "file" or "link", a space, and a digest: of the file's
+    /// content or of the link's target.
+    using Entries = std::map<std::string, std::string>;
 
     /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and
     /// then checks all names and links in it. Later changes of the name \p path have no effect.
@@ -76,9 +81,10 @@ public:
     /// Returns the disk space that the entries may need, in bytes.
     std::uintmax_t size() const { return size_; }
 
-    /// Unpacks all entries into the current directory, which must be private to the process. Their
-    /// permissions are those in the archive without set-user-ID and similar bits, under the umask.
-    void unpack(Progress const& progress);
+    /// Unpacks all entries into the current directory, which must be private to the process, and
+    /// adds them to \p unpacked, which contains the entries of other archives there. Permissions
+    /// are those in the archive without set-user-ID and similar bits, under the umask.
+    void unpack(Entries& unpacked, Progress const& progress);
 
 private:
     using Handle = std::unique_ptr<archive, int (*)(archive*)>;
@@ -88,13 +94,14 @@ private:
     archive_entry* nextEntry(Handle const& reader);
     void checkEntry(archive_entry* entry) const;
     void unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
-                     Progress const& progress) const;
+                     Entries& unpacked, Progress const& progress);
     void check(Handle const& handle, int result, char const* function = __builtin_FUNCTION()) const;
     [[noreturn]] void refuse(std::string const& why,
                              char const* function = __builtin_FUNCTION()) const;
 
     std::filesystem::path path_;
     Descriptor file_;
+    std::array<std::array<char, 1 << 18>, 2> blocks_ = {};  ///< buffers
     std::uintmax_t size_ = 0;
     std::string entry_;  ///< the current entry's path, for messages; normal and relative
 };

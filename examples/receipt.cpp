@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fts.h>
-#include <install_cpputil/utilities/interrupt.h>
 #include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,45 +11,31 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 
-#include "product_archive.h"
-
-using namespace install::cpputil;
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view last_line = "sha256 ";
+constexpr auto const* last_line = "sha256 ";
 
-/// Opens a file, neither following a link nor waiting for a pipe, which may have replaced it.
-Descriptor open_file(std::string const& name) {
-    return Descriptor(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-}
-
-/// Returns the kind and digest of a file or link. Calls \p before_block, which may throw.
-std::string describe(
-    std::string const& name, bool is_link, std::function<void()> const& before_block = [] {}) {
-    Sha256 digest;
+/// Returns the entry of a receipt for a file or link.
+std::string describe(std::string const& name, bool is_link) {
     if (is_link) {
         std::array<char, PATH_MAX> target = {};
         auto const size = check_call(
             static_cast<int>(::readlink(name.c_str(), target.data(), target.size())), name);
-        digest.update({target.data(), static_cast<std::size_t>(size)});
-        return "link " + digest.hex();
+        return "link " + Sha256().update({target.data(), static_cast<std::size_t>(size)}).hex();
     }
-    auto const file = open_file(name);
-    check_call(file.get(), "cannot open " + name);
-    read_blocks(file, name, [&](std::string_view block) {
-        before_block();
-        digest.update(block);
-    });
-    return "file " + digest.hex();
+    // A link or a pipe may have replaced the file.
+    auto const flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    Descriptor const file(check_call(::open(name.c_str(), flags), "cannot open " + name));
+    return "file " + Sha256().update(file, name, [] {}).hex();
 }
 
 bool is_mount_point(char const* directory) {
@@ -98,43 +83,35 @@ std::string remove_entry(FTS* tree, FTSENT* entry, std::string const& path,
 
 }  // namespace
 
-void write_receipt(std::map<std::string, std::string> const& products) {
-    Sha256 digest;
+void write_receipt(Receipt const& receipt) {
+    std::string text;
+    for (auto const& [name, version] : receipt.products) {
+        text += "product " + version + ' ' + name + '\n';
+    }
+    for (auto const& [path, kind_and_digest] : receipt.entries) {
+        text += kind_and_digest + ' ' + path + '\n';
+    }
     std::ofstream file(receipt_name);
-    auto const write = [&](std::string const& line) {
-        digest.update(line);
-        file << line;
-    };
-    for (auto const& [name, version] : products) {
-        write("product " + version + ' ' + name + '\n');
-    }
-    for (auto const& entry : fs::recursive_directory_iterator(".")) {
-        auto const path = entry.path().string().substr(2);  // without "./"
-        if (path != receipt_name && (entry.is_symlink() || !entry.is_directory())) {
-            auto const stop = [&] { interrupt::throw_if_set("reading " + path); };
-            write(describe(path, entry.is_symlink(), stop) + ' ' + path + '\n');
-        }
-    }
-    file << last_line << digest.hex() << '\n';
+    file << text << last_line << Sha256().update(text).hex() << '\n';
     file.close();
     if (!file) {
         throw std::runtime_error("cannot write the receipt");
     }
 }
 
-std::optional<Receipt> read_receipt(std::string const& directory) {
-    auto const name = directory + '/' + receipt_name;
-    auto const file = open_file(name);
-    if (file.get() < 0 && errno == ENOENT) {
-        return std::nullopt;
-    }
-    check_call(file.get(), "cannot open " + name);
-    std::string text;
-    read_blocks(file, name, [&](std::string_view block) { text += block; });
-    auto const end = std::min(text.rfind(last_line), text.size());
-    Sha256 digest;
-    digest.update(text.substr(0, end));
+Receipt read_receipt(std::string const& directory) {
     Receipt receipt;
+    auto const name = directory + '/' + receipt_name;
+    auto const type = fs::symlink_status(name).type();
+    if (type == fs::file_type::not_found) {
+        return receipt;
+    }
+    std::string text;
+    if (type == fs::file_type::regular) {  // A pipe could block the process.
+        std::ifstream file(name);
+        text.assign(std::istreambuf_iterator<char>(file), {});
+    }
+    auto const end = std::min(text.rfind(last_line), text.size());
     std::istringstream lines(text.substr(0, end));
     for (std::string kind, value, path;
          lines >> kind >> value && std::getline(lines.ignore(), path);) {
@@ -144,9 +121,9 @@ std::optional<Receipt> read_receipt(std::string const& directory) {
             receipt.entries[path] = kind + ' ' + value;
         }
     }
-    if (text.substr(end) != std::string(last_line) + digest.hex() + '\n' ||
-        receipt.products.empty()) {
-        throw std::runtime_error("the receipt is damaged: " + name);
+    if (receipt.products.empty() ||
+        text.substr(end) != last_line + Sha256().update(text.substr(0, end)).hex() + '\n') {
+        throw std::runtime_error("the receipt is damaged or cannot be read: " + name);
     }
     return receipt;
 }

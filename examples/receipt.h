@@ -9,34 +9,33 @@
 ///     link fcde2b2edba56bf408601fb721fe9b5c338d10ee429ea04fae5511b68fbf8fb9 bin/t
 ///     sha256 ...
 ///
-/// The digest of a link is that of its target. The last line is the digest of the others.
-///
-/// Functions throw std::system_error if a system call fails.
+/// The last line is the digest of the others.
 
 #include <map>
-#include <optional>
 #include <string>
+
+#include "product_archive.h"
 
 /// The name of the receipt's file in the directory of the installation.
 constexpr auto const* receipt_name = ".receipt";
 
 struct Receipt {
     std::map<std::string, std::string> products;  ///< the version of each product, by name
-    std::map<std::string, std::string> entries;   ///< the kind and digest of each entry, by path
+    ProductArchive::Entries entries;
 };
 
-/// Writes the receipt of the current directory and of the \p products in it. No name may contain a
-/// line feed.
-/// \throws install::cpputil::interrupt::Exception if the flag is raised
-void write_receipt(std::map<std::string, std::string> const& products);
+/// Writes the receipt to the current directory. No name may contain a line feed.
+/// \throws std::runtime_error if it cannot be written
+void write_receipt(Receipt const& receipt);
 
-/// Returns the receipt in \p directory, or nothing if there is none.
-/// \throws std::runtime_error if the receipt is damaged
-std::optional<Receipt> read_receipt(std::string const& directory);
+/// Returns the receipt in \p directory; without products if there is none.
+/// \throws std::runtime_error if the receipt is damaged or cannot be read
+Receipt read_receipt(std::string const& directory);
 
 /// Removes from \p directory the receipt, the files and links that are as \p receipt lists them,
 /// all directories that are then empty, and itself if it is empty. Never enters a mounted file
 /// system nor follows a link, even if another process changes the directory at the same time.
 /// Returns why entries were kept, by path. Cannot be interrupted.
+/// \throws std::system_error if the directory cannot be read
 std::map<std::string, std::string> remove_listed(std::string const& directory,
                                                  Receipt const& receipt);

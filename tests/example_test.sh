@@ -186,6 +186,7 @@ for columns in 20 40; do
     ! tr '\r' '\n' <output | grep -aF '%' | grep -E ".{$columns}" || fail 'a bar is too wide'
 done
 ! grep -E '%|unpacking' log || fail 'the progress is in the log'
+grep -qF "file $(sha256sum <app/large | cut -d' ' -f1) large" app/.receipt || fail 'wrong digest of a large file'
 archive file
 
 # The sandbox workflow.
@@ -267,7 +268,7 @@ for command in 's/1.9/1.8/' '$d' '1d' 's/^file /filo /' 's/$/ /' d; do
     previous
     sed -i "$command" app/.receipt
     cp app/.receipt damaged
-    run 1 "the receipt is damaged: $scratch/app/.receipt"
+    run 1 "the receipt is damaged or cannot be read: $scratch/app/.receipt"
     cmp app/.receipt damaged || fail "changed: $command"
 done
 
@@ -473,7 +474,7 @@ int syncfs(int descriptor) {
 EOF_SHIM
 "${CC:-cc}" -shared -fPIC -o shim.so shim.c -ldl
 shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
-refused "the file system cannot exchange directories: $scratch/app: Invalid argument" "${shim[@]}" NO_EXCHANGE=
+refused "cannot replace $scratch/app: Invalid argument (example_installer::run)" "${shim[@]}" NO_EXCHANGE=
 run 1 "cannot lock $scratch/.app.lock: No locks available (example_installer::run)" "${shim[@]}" NO_LOCKS=
 rm .app.lock
 input 'install_dir = fresh/app'
