@@ -114,7 +114,7 @@ bool add(std::string const& name, void (*reader)(benchmark::State&, std::string 
     add("parse", parse) && add("parse_inih", inih) && add("parse_gkeyfile", gkeyfile) &&
     add("parse_property_tree", property_tree) && add("parse_poco", poco);
 
-/// Fills only the map, in the order of the file, with keys and values that are already converted.
+/// Fills only the map, in random order, with keys and values that are already converted.
 void map_alone(benchmark::State& state) {
     std::vector<std::pair<std::u16string, std::u16string>> entries;
     for (auto& [key, value] :

@@ -40,18 +40,9 @@ public:
         log::core::get()->remove_sink(sink_);
     }
 
-    /// Reports the number of records per iteration.
-    void count(benchmark::State& state) const {
-        state.counters["records"] =
-            benchmark::Counter(static_cast<double>(sink_->locked_backend()->count),
-                               benchmark::Counter::kAvgIterations);
-    }
-
 private:
     struct Backend : log::sinks::basic_sink_backend<log::sinks::synchronized_feeding> {
-        void consume(log::record_view const&) { ++count; }
-
-        std::size_t count = 0;
+        void consume(log::record_view const&) {}
     };
 
     std::string const channel_;
@@ -66,7 +57,6 @@ void with_records(benchmark::State& state, char const* channel, Operation operat
     for (auto _ : state) {
         operation();
     }
-    sink.count(state);
 }
 
 /// Runs \p operation with \p channel disabled, and writes one record for each of \p messages.
@@ -87,7 +77,6 @@ void with_core_records(benchmark::State& state, char const* channel, Operation o
             }
         }
     }
-    sink.count(state);
 }
 
 constexpr char const* log_channel = "install::cpputil::logger";

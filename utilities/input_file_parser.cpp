@@ -110,8 +110,8 @@ private:
 
 /// Collects the entries of lines, which must outlive it, and returns their map at the end.
 ///
-/// Only the last line for a key has an effect, so nothing is stored before all lines are known:
-/// copying the list of products at every product line would need quadratic time and memory.
+/// Only the last line for a key determines its value, so no value is stored before all lines are
+/// known: copying the list of products at every product line would need quadratic time and memory.
 class PropertyMapBuilder {
 public:
     /// \param size  an upper bound of the total length of the lines

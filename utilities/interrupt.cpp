@@ -28,8 +28,8 @@ void write_or_drop(Severity severity,
 }
 
 // Not inlined into the functions that load the flag, so that these need no stack frame.
-[[gnu::noinline, gnu::cold]] void record_status(bool status) noexcept {
-    write_or_drop(Severity::details, {" interruptStatus=", status});
+[[gnu::noinline, gnu::cold]] void record_raised_flag() noexcept {
+    write_or_drop(Severity::details, {" interruptStatus=", true});
 }
 
 [[noreturn, gnu::noinline, gnu::cold]] void throw_exception(std::string const& tag) {
@@ -57,7 +57,7 @@ void set() noexcept {
 bool is_set() noexcept {
     bool const status = flag.load();
     if (status) {
-        record_status(status);
+        record_raised_flag();
     }
     return status;
 }

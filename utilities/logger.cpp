@@ -222,8 +222,8 @@ void replace_destination(Path file) {
     if (!log) {
         return;
     }
-    // All copies are made before the first record, because a sink may block until the process
-    // exits.
+    // All copies are made before the first record: a sink may block until the process exits, which
+    // destroys `reset_destination_message`.
     auto old = log->destination_file;
     auto old_copy = old;
     auto last = log->last_destination_file;

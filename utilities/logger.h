@@ -27,8 +27,8 @@
 ///     in turn if its frontend holds no lock meanwhile (`unlocked_sink` and asynchronous frontends
 ///     hold none), and finds the destination of that moment. At two records, which report an entry
 ///     whose file cannot be opened and a new destination, its entries and changes are ignored; a
-///     `Logger` that it creates there nevertheless unsets the destination when it is destroyed. A
-///     sink must not wait for another thread that uses the log. Exceptions thrown by a sink
+///     `Logger` that it creates there nevertheless unsets the destination if it is destroyed later.
+///     A sink must not wait for another thread that uses the log. Exceptions thrown by a sink
 ///     propagate to the caller.
 
 #include <string>
@@ -60,8 +60,8 @@ INSTALL_CPPUTIL_EXPORT extern std::u16string const reset_destination_message;
 /// - A full pipe or a stopped terminal blocks every call of the log until it accepts data again,
 ///   and each fork and exit for up to a second. A lease of another process on the file blocks for
 ///   up to a minute.
-/// - Entries of more than 4,096 bytes that several processes write to a pipe interleave. The reader
-///   of a pipe sees the end of the file between entries.
+/// - Entries of more than 4,096 bytes that several processes write to a pipe may interleave. The
+///   reader of a pipe sees the end of the file between entries.
 /// - Unless ignored, SIGXFSZ (size limit exceeded) and SIGPIPE (the pipe's reader is gone)
 ///   terminate the process.
 class INSTALL_CPPUTIL_EXPORT Logger {
@@ -75,9 +75,8 @@ public:
     ///     appending; `what()` names it
     ///
     /// If the constructor throws, the destination is unchanged, even if a sink has changed it
-    /// meanwhile. The old destination may already contain the entry about the change, because sinks
-    /// find the entry there from the record "flush destination" on. \p file may alias the result of
-    /// `get_destination`.
+    /// meanwhile. The old destination may already contain the entry about the change. \p file may
+    /// alias the result of `get_destination`.
     [[nodiscard]] explicit Logger(Path const& file);
 
     /// Sets the destination to the UTF-16 \p file, like the constructor above.

@@ -5,7 +5,7 @@
 ///
 ///     #if INSTALL_CPPUTIL_VERSION_MAJOR == 2 && INSTALL_CPPUTIL_VERSION_MINOR >= 1
 ///
-/// The build reads the version of the library and of its packages from here.
+/// The build reads the version of the library from here.
 
 /// Changes when programs must be recompiled or adapted; the soname contains it.
 #define INSTALL_CPPUTIL_VERSION_MAJOR 2
