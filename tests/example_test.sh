@@ -303,6 +303,7 @@ sub/outside: a symbolic link that leads out|sub/outside
 twin: $outside|-P --transform 'flags=h;s|^|../../|' file twin
 twin: $outside|-P --transform "flags=h;s|^|$scratch/|" file twin
 twin: a hard link to something else|--transform 'flags=h;s|^|none/|' file twin
+twin: a hard link to something else|--transform $'flags=h;s|^|\xe9|' file twin
 moved: a hard link to something else|file sub/up moved
 pipe: not a file, a directory|pipe
 file: the installation already has an entry|file ./file
