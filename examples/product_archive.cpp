@@ -115,7 +115,8 @@ std::string printable(std::string const& text) {
         units = TextConversion::fromUtf8(text);
     } catch (TextConversionError const&) {  // Keeps what is legible.
         for (auto const c : text) {
-            units += c >= 0 ? static_cast<char16_t>(c) : replacement;
+            auto const byte = static_cast<unsigned char>(c);
+            units += byte < 0x80 ? char16_t(byte) : replacement;
         }
     }
     std::replace_if(units.begin(), units.end(), is_hidden, replacement);

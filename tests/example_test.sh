@@ -473,7 +473,7 @@ int syncfs(int descriptor) {
     return syscall(SYS_syncfs, descriptor);
 }
 EOF_SHIM
-"${CC:-cc}" -shared -fPIC -o shim.so shim.c -ldl
+${CC:-cc} -shared -fPIC -o shim.so shim.c -ldl
 shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
 refused "cannot replace $scratch/app: Invalid argument (example_installer::run)" "${shim[@]}" NO_EXCHANGE=
 run 1 "cannot lock $scratch/.app.lock: No locks available (example_installer::run)" "${shim[@]}" NO_LOCKS=
