@@ -4,7 +4,6 @@
 
 #include <future>
 
-#include "tests/files.h"
 #include "tests/processes.h"
 
 namespace install::cpputil::tests {
@@ -38,27 +37,6 @@ TEST_F(FileStream, WaitsForALeaseToBeReleased) {
     EXPECT_EQ(opened.wait_for(std::chrono::milliseconds(1'200)), std::future_status::timeout);
     ::close(holder);
     EXPECT_TRUE(opened.get());
-}
-
-// Because of the signals and the size of a pipe, the system writes the string in parts.
-TEST_F(FileStream, WritesTheWholeString) {
-    ASSERT_EQ(::mkfifo(name_.c_str(), 0600), 0);
-    std::string const text = std::string(300'000, 'x') + "\n";
-    std::string read;
-    // Without a reader, the stream would not open.
-    int const early_reader = ::open(name_.c_str(), O_RDONLY | O_NONBLOCK);
-    std::optional<OutputFileStream> stream(std::in_place, path_);
-    auto const signals = with_signals();
-    std::thread reader([&] {
-        std::ifstream input(name_);
-        await_signals(20);
-        read.assign(std::istreambuf_iterator<char>(input), {});
-    });
-    stream->write(text);
-    stream.reset();
-    reader.join();
-    EXPECT_TRUE(read == text) << read.size();
-    ::close(early_reader);
 }
 
 // Other threads print to these descriptors.
