@@ -214,7 +214,7 @@ TEST_F(InputFile, DropsALineCutShortByAReadError) {
         ::signal(SIGTTIN, SIG_IGN);
         RecordSink sink(channel_name);
         sink.callForEach([&](std::string const& record) {
-            if (record != " line=a=1") {
+            if (record != "4: line=a=1") {
                 return;
             }
             auto const other_group = start_child([] { ::pause(); });

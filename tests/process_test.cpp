@@ -78,7 +78,7 @@ protected:
         for (std::string const service : {"logger", "interrupt", "InputFileParser"}) {
             sinks.push_back(std::make_unique<RecordSink>("install::cpputil::" + service));
             sinks.back()->callForEach([](std::string const& record) {
-                while (record.find(" msg=") != 0) {
+                while (record.find("4: msg=") != 0) {
                     ++blocked;
                     ::pause();
                 }

@@ -2,8 +2,6 @@
 
 // A sink for diagnostic records.
 
-#include <gmock/gmock.h>
-
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core.hpp>
 #include <boost/log/expressions/message.hpp>
@@ -22,7 +20,7 @@ namespace install::cpputil::tests {
 /// sets the channel's mask; the destructor disables the channel.
 class RecordSink {
 public:
-    using Hook = std::function<void(std::string const& text)>;
+    using Hook = std::function<void(std::string const& record)>;
 
     explicit RecordSink(std::string const& channel, unsigned mask = 4 | 8) {
         backend_->channel = channel;
@@ -35,14 +33,14 @@ public:
         });
     }
 
-    /// Returns the records since the last call, each as its severity, a colon and its text.
+    /// Returns the records since the last call, each as its severity, a colon and its message.
     Strings take() {
         std::lock_guard const lock(backend_->mutex);
         return std::exchange(backend_->records, {});
     }
 
-    /// Calls \p hook with the text of each later record before the record is collected. No other
-    /// thread may be writing records.
+    /// Calls \p hook with each later record before the record is collected. No other thread may be
+    /// writing records.
     void callForEach(Hook hook) { backend_->hook = std::move(hook); }
 
 private:
@@ -52,12 +50,13 @@ private:
                 return;
             }
             auto const severity = boost::log::extract_or_throw<int>("Severity", record);
-            auto const text = record[boost::log::expressions::smessage].get();
+            auto const text =
+                std::to_string(severity) + ":" + record[boost::log::expressions::smessage].get();
             if (hook) {
                 hook(text);
             }
             std::lock_guard const lock(mutex);
-            records.push_back(std::to_string(severity) + ":" + text);
+            records.push_back(text);
         }
 
         std::string channel;
