@@ -142,9 +142,13 @@ TEST_F(InputFile, UpdatesMaps) {
 TEST_F(InputFile, ThrowsIfTheFileIsMissing) {
     RecordSink sink(channel_name);
     write_file(directory_ / "inputs.txt", "a=1\n");
-    for (auto const& path : {std::u16string(), utf16(directory_ / "none"), path_ + u"/below"}) {
+    fs::create_symlink("none", directory_ / "dangling");
+    fs::create_symlink("circular", directory_ / "circular");
+    for (auto const& path : {std::u16string(), utf16(directory_ / "none"), path_ + u"/below",
+                             utf16(directory_ / "dangling"), utf16(directory_ / "circular")}) {
         EXPECT_EQ(error_text<std::runtime_error>([&] { parser_.parse(path); }),
-                  "input file does not exist!");
+                  "input file does not exist!")
+            << PrintToString(path);
     }
     deny_access(directory_ / "");
     auto const user = as_user();

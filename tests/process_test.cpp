@@ -67,6 +67,7 @@ protected:
             repeat([destination] { FileSystemService::setInstallRoot(destination); }));
         threads.push_back(
             repeat([mask] { DiagnosticChannel::setEnabledSeverities(channel_name, mask); }));
+        threads.push_back(repeat([] { static_cast<void>(FileSystemService::installRoot()); }));
         threads.push_back(repeat([] { static_cast<void>(PlatformInfo().userName()); }));
         return threads;
     }
@@ -222,6 +223,7 @@ TEST_F(Process, CancelsBusyThreads) {
         for (int round = 0; round != 100; ++round) {
             ::close(STDIN_FILENO);  // The log must not use its number.
             auto threads = startBusyThreads(name("log"));
+            threads.push_back(repeat([] { DiagnosticChannel const channel("test"); }));
             for (auto& thread : threads) {
                 ::pthread_cancel(thread.native_handle());
             }
