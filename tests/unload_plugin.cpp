@@ -10,27 +10,17 @@
 
 using namespace install::cpputil;
 
-/// True if the services worked in a static constructor of this plugin.
-static bool const worked_early = [] {
-    {
-        logger::Logger const log(Path(u"/dev/null"));
-        logger::append_message(u"early");
-    }
-    logger::detail::forget_last_destination();
-    return !interrupt::is_set() && InputFileParser().parse(u"/dev/null").empty();
-}();
-
 /// Returns whether the library was in its initial state. Leaves it with a destination set, the flag
 /// raised and a channel enabled.
-extern "C" bool use_library(char const* log, char const* input_file) {
+extern "C" bool use_library(char const* log) {
     bool const fresh = !interrupt::is_set() && logger::get_destination().string().empty() &&
                        logger::detail::get_last_destination().string().empty();
     alignas(logger::Logger) static char never_destroyed[sizeof(logger::Logger)];
     new (never_destroyed) logger::Logger(std::string(log));
-    logger::append_file(std::string(input_file));
+    logger::append_file(std::string("/dev/null"));
     DiagnosticChannel::setEnabledSeverities("install::cpputil::interrupt", 8);
     interrupt::set();
-    return worked_early && fresh && InputFileParser().parse(u"/dev/null").empty();
+    return fresh && InputFileParser().parse(u"/dev/null").empty();
 }
 
 /// Appends \p message to the log and enables a channel.

@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 
-#include "tests/files.h"
 #include "tests/processes.h"
 
 namespace install::cpputil::tests {
@@ -17,35 +16,27 @@ bool is_library_loaded() {
     return handle != nullptr && ::dlclose(handle) == 0;
 }
 
-/// The plugin, which loads the library.
-class Plugin {
-public:
-    Plugin() : handle_(::dlopen(INSTALL_CPPUTIL_PLUGIN, RTLD_NOW | RTLD_LOCAL)) {
-        if (handle_ == nullptr) {
-            throw std::runtime_error(::dlerror());
-        }
+/// Loads the plugin, which loads the library.
+std::shared_ptr<void> load_plugin() {
+    void* const handle = ::dlopen(INSTALL_CPPUTIL_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        throw std::runtime_error(::dlerror());
     }
-    Plugin(Plugin const&) = delete;
-    ~Plugin() { ::dlclose(handle_); }
+    return {handle, ::dlclose};
+}
 
-    template <typename Function>
-    auto find(char const* name) const {
-        return reinterpret_cast<Function*>(::dlsym(handle_, name));
-    }
-
-private:
-    void* const handle_;
-};
+template <typename Result>
+auto* find(std::shared_ptr<void> const& plugin, char const* name) {
+    return reinterpret_cast<Result (*)(char const*)>(::dlsym(plugin.get(), name));
+}
 
 TEST(Library, CanBeUnloaded) {
     TemporaryDirectory const directory;
     auto const log = (directory / "log").native();
     auto const descriptors = open_descriptors();
     for (int round = 0; round != 1000; ++round) {
-        std::optional<Plugin> plugin(std::in_place);
-        ASSERT_TRUE(
-            plugin->find<bool(char const*, char const*)>("use_library")(log.c_str(), "/dev/null"))
-            << "not in its initial state";
+        auto plugin = load_plugin();
+        ASSERT_TRUE(find<bool>(plugin, "use_library")(log.c_str())) << "not in its initial state";
         auto const size = fs::file_size(log);
         ASSERT_TRUE(is_library_loaded());
         plugin.reset();
@@ -64,10 +55,10 @@ TEST(Library, CanBeUsedInForkHandlersRegisteredBeforeItIsLoaded) {
     ASSERT_EQ(::pthread_atfork(handler, handler, handler), 0);
     TemporaryDirectory const directory;
     auto const log = (directory / "log").native();
-    Plugin const plugin;
-    plugin.find<bool(char const*, char const*)>("use_library")(log.c_str(), "/dev/null");
+    auto const plugin = load_plugin();
+    find<bool>(plugin, "use_library")(log.c_str());
     auto const size = fs::file_size(log);
-    use = plugin.find<void(char const*)>("log_and_enable");
+    use = find<void>(plugin, "log_and_enable");
     EXPECT_EQ(status_of(start_child([] {})), 0);
     use = nullptr;
     auto const size_of_entry = std::string("(Nov 16, 2026 17:22:45) fork\n").size();
@@ -82,9 +73,9 @@ TEST(Library, DoesNothingAfterExit) {
     log = directory / "log";
     auto const child = [] {
         std::atexit([] { ::_exit(use(log.c_str()) ? 0 : 1); });
-        static auto const& plugin = *new Plugin;
-        plugin.find<bool(char const*, char const*)>("use_library")(log.c_str(), "/dev/null");
-        use = plugin.find<bool(char const*)>("use_library_after_exit");
+        auto const plugin = load_plugin();  // Never unloaded.
+        find<bool>(plugin, "use_library")(log.c_str());
+        use = find<bool>(plugin, "use_library_after_exit");
         std::exit(0);
     };
     EXPECT_EQ(status_of(start_child(child)), 0);
