@@ -1,6 +1,5 @@
 #include "platform/diagnostic_channel.h"
 
-#include "tests/files.h"
 #include "tests/record_sink.h"
 
 namespace install::cpputil::tests {

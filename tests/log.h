@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "platform/platform_info.h"
-#include "tests/files.h"
 #include "tests/record_sink.h"
 #include "utilities/logger.h"
 

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <ctime>
-#include <future>
 #include <set>
 
 #include "tests/log.h"

@@ -2,9 +2,7 @@
 
 // Child processes and signals for tests.
 
-#include <gmock/gmock.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
