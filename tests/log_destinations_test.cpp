@@ -59,8 +59,8 @@ TEST_F(LogDestination, IsRejectedIfItCannotBeOpened) {
     auto const user = as_user();
     struct Row {
         std::string destination;
-        char const* kind;      ///< of what cannot be provided, in the exception
-        char const* entry;     ///< the same in the old log
+        char const* kind;      ///< the action that fails, in the exception
+        char const* entry;     ///< what cannot be created, in the old log
         std::string reported;  ///< the path in both
     };
     Row const rows[] = {

@@ -17,7 +17,7 @@
 
 namespace {
 
-/// Set in a child that exits while other threads, or threads of its parent only, own memory.
+/// Set in a child that exits while running threads, or threads that fork did not copy, own memory.
 bool has_leaks = false;
 
 }  // namespace
@@ -72,7 +72,7 @@ protected:
         return threads;
     }
 
-    /// Blocks three threads forever, each in a sink of another channel, one under the log's lock.
+    /// Blocks three threads forever, in sinks of different channels, one under the log's lock.
     void blockSinks() {
         static auto& sinks = *new std::vector<std::unique_ptr<RecordSink>>;
         static std::atomic<unsigned> blocked = 0;
@@ -150,7 +150,7 @@ TEST_F(Process, WaitsASecondForAllSinksAtExit) {
     EXPECT_LT(duration, 2500ms);
 }
 
-TEST_F(Process, ForksAfterASecondAChildThatExitsAtOnce) {
+TEST_F(Process, ForksAfterASecondWhileSinksAreBlocked) {
     auto const fork = [this] {
         blockSinks();
         auto const duration = durationOf([this] {

@@ -1,4 +1,4 @@
-// Loads and unloads the library many times through a plugin. The test is not linked with the
+// The library in a plugin that is loaded with dlopen. The test itself is not linked with the
 // library.
 
 #include <dlfcn.h>
