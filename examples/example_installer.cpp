@@ -71,12 +71,13 @@ std::string find_mistake(bool uninstall, std::vector<std::string> const& files) 
         }
     }
     if (files.size() != 2) {
-        return "two arguments are needed; --help describes them";
+        return "two arguments are expected; see --help";
     }
     std::error_code ignored;
-    // Reading a pipe could block; nor can the input be both parsed and copied to the log.
-    if (!uninstall && !fs::is_regular_file(files[0], ignored)) {
-        return "the input file does not exist or is not a regular file: " + files[0];
+    // Reading a pipe or a large file could not be stopped.
+    if (!uninstall &&
+        (!fs::is_regular_file(files[0], ignored) || fs::file_size(files[0], ignored) > 1 << 20)) {
+        return "the input file is missing, not a regular file, or larger than 1 MiB: " + files[0];
     }
     if (fs::equivalent(files[0], files[1], ignored)) {
         return "the log cannot be the same file: " + files[1];
@@ -128,8 +129,8 @@ struct Plan {
     std::map<std::string, fs::path> archives;  ///< by the product's name
 };
 
-/// Returns the directory of an installation, which must not contain \p others. In the sandbox
-/// workflow, the directory "sandbox" next to the marker is prepended.
+/// Returns the directory of an installation. Refuses a directory that contains any of \p others. In
+/// the sandbox workflow, the directory "sandbox" next to the marker is prepended.
 fs::path find_target(std::string const& install_dir, std::vector<fs::path> const& others) {
     // A path that ends in "/" would have an empty file name.
     auto target = fs::absolute(install_dir + "/.").lexically_normal().parent_path();
@@ -147,7 +148,7 @@ fs::path find_target(std::string const& install_dir, std::vector<fs::path> const
     }
     say("target: " + target.string() + " (workflow: " + (sandbox ? "sandbox" : "ordinary") +
         ", locale: " + TextConversion::toUtf8(installer_locale::getLocale()) + ")");
-    // From now on, the root is not where the installer is but where the products are.
+    // From now on, the installation root is the target instead of the installer's directory.
     FileSystemService::setInstallRoot(TextConversion::fromUtf8(target.string()));
     return target;
 }
@@ -169,7 +170,7 @@ fs::path find_archive(fs::path const& product_dir, std::string const& product) {
     return archive;
 }
 
-/// Checks the inputs and returns the plan of the installation. Changes no file.
+/// Checks the inputs, appends them to the log, and returns the plan of the installation.
 Plan make_plan(std::string const& input_file, std::string const& log_file) {
     std::map<std::string, std::string> texts = {{"install_dir", ""},
                                                 {"product_dir", ""},
@@ -246,18 +247,18 @@ void install(Plan const& plan) {
     }
     require(
         size <= fs::space(".").available, "E110",
-        "too little space for " + std::to_string(size) + " bytes beside " + plan.target.string());
+        "not enough space for " + std::to_string(size) + " bytes next to " + plan.target.string());
     installation.enterNew();
+    ReceiptWriter receipt;
     auto const progress = make_progress(size);
-    Receipt receipt;
     for (auto& [name, archive] : archives) {
         std::cout << "unpacking " << name << '\n' << std::flush;
-        archive.unpack(receipt.entries, progress);
-        receipt.products[name] = plan.version;
+        archive.unpack([&](auto const&... entry) { receipt.add(entry...); }, progress);
+        receipt.add("product", plan.version, name);
         logger::append_message("unpacked " + name + ' ' + plan.version);
     }
     std::cout << "writing to the disk\n" << std::flush;
-    write_receipt(receipt);
+    receipt.finish();
     installation.replace(previous);
 }
 
@@ -269,7 +270,7 @@ void uninstall(fs::path const& target) {
     installation.remove(receipt);
 }
 
-/// Prints and logs why and where the installation ended early.
+/// Prints and logs why and where the installation failed or was stopped.
 int fail(std::string const& why, std::string const& location, int status) {
     auto const text = printable(why + " (" + location + ")");
     std::cerr << "example_installer: " << text << '\n';
@@ -278,11 +279,12 @@ int fail(std::string const& why, std::string const& location, int status) {
 }
 
 int run(bool is_uninstallation, std::string const& subject, std::string const& log_name) {
-    std::optional<logger::Logger> log;  // Outlives the try block, so that handlers can log.
-    std::string file;                   // The prefix of messages while the input file is checked.
+    std::optional<logger::Logger> log;   // Outlives the try block, so that handlers can log.
+    std::string file = log_name + ": ";  // The prefix of messages: the file that is being read.
     try {
         auto const log_file = fs::absolute(log_name).string();
         log.emplace(log_file);
+        file.clear();
         if (::geteuid() == 0) {
             ::umask(022);  // Everyone can use it. The log keeps the umask of the user.
         }

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 #include <iostream>
 
 using namespace install::cpputil;
@@ -93,7 +92,7 @@ Receipt Installation::readPrevious() {
         return {};
     }
     require(S_ISDIR(previous_.st_mode), "E103",
-            "a dangling link or not a directory: " + place_.string());
+            "not a directory, or a dangling link: " + place_.string());
     require(place_ == target_, "E105", "another process has created " + place_.string());
     auto receipt = read_receipt(place_);
     require(!receipt.products.empty() || fs::is_empty(place_), "E106",
@@ -105,8 +104,7 @@ void Installation::createWork() {
     auto const prefix = '.' + name_ + ".work-";
     for (auto const& entry : fs::directory_iterator(place_.parent_path())) {
         if (entry.path().filename().string().rfind(prefix, 0) == 0) {
-            say("left by an installer that was killed, with files of the user if it had replaced "
-                "them: " +
+            say("a killed installer left a directory, which may contain files of the user: " +
                 entry.path().string());
         }
     }
@@ -127,7 +125,7 @@ void Installation::createWork() {
 /// Refuses a target that cannot be moved.
 void Installation::probe() const {
     fs::create_directories("probe/entry");
-    // Always fails, since no directory replaces one that is not empty, but first for other reasons.
+    // Always fails, because "probe" is not empty. Other reasons are reported first.
     auto const result = ::rename(("../" + name_).c_str(), "probe");
     require(errno != EBUSY, "E103", "a mount point: " + place_.string());
     check_call(errno == ENOTEMPTY || errno == EEXIST ? 0 : result,
@@ -143,7 +141,6 @@ void Installation::enterNew() const {
                    "cannot set the owner of a new " + place_.string());
     }
     fs::current_path(directory);
-    std::ofstream const reserved(receipt_name);  // No archive can contain this name.
 }
 
 void Installation::replace(Receipt const& previous) {

@@ -16,14 +16,14 @@
 /// Prints \p text and appends it to the log.
 void say(std::string const& text);
 
-/// Throws an InstallerException if something is not \p valid.
+/// Throws an InstallerException with \p code and \p why unless \p valid.
 void require(bool valid, char const* code, std::string const& why,
              char const* function = __builtin_FUNCTION());
 
-/// A directory to install to, and a work directory next to it. Create one object in a process: it
-/// changes the current directory, because another user may be able to rename what is in the parent
-/// directory. He can neither enter the work directory nor move it elsewhere, so ".." remains the
-/// parent directory.
+/// A directory to install to, and a work directory next to it. Create at most one object in a
+/// process, because it changes the current directory: relative names stay correct even if another
+/// user renames entries of the parent directory. That user can neither enter the work directory nor
+/// move it elsewhere, so ".." remains the parent directory.
 class Installation {
 public:
     explicit Installation(std::filesystem::path const& target);
@@ -32,9 +32,9 @@ public:
     /// Removes the work directory and the lock.
     ~Installation();
 
-    /// Excludes other installers of the target until the process ends, and creates the work
-    /// directory. Refuses a target that could not be moved. Returns the receipt of the
-    /// target; an empty one if it is empty or missing.
+    /// Excludes other installers of the target until the object is destroyed, and creates the work
+    /// directory. Refuses a target that could not be moved. Returns the receipt of the target; an
+    /// empty one if the target is empty or missing.
     Receipt prepare();
 
     /// Creates the new directory, with the owner of the previous one, and enters it.
@@ -60,11 +60,11 @@ private:
     std::filesystem::path target_;
     std::filesystem::path place_;  ///< what is moved into place: the target or its first missing
                                    ///< parent
-    std::string name_;             ///< of the place
+    std::string name_;             ///< the file name of `place_`
     Descriptor lock_;
     bool exists_ = false;
     struct stat previous_ = {};
     std::string workName_;
     Descriptor work_;
-    bool isDisposable_ = true;  ///< The work directory contains nothing of the user.
+    bool isDisposable_ = true;  ///< The work directory may be removed with its content.
 };

@@ -56,18 +56,7 @@ char const* hard_link_target(archive_entry* entry) {
     return utf8 != nullptr ? utf8 : archive_entry_hardlink(entry);  // Null, or not UTF-8.
 }
 
-/// Returns a path as the keys of ProductArchive::Entries have it.
-std::string normal_path(std::string const& name) {
-    return fs::path(name + "/.").lexically_normal().parent_path();
-}
-
 }  // namespace
-
-Descriptor::~Descriptor() {
-    if (value_ >= 0) {
-        ::close(value_);
-    }
-}
 
 int check_call(int result, std::string const& what) {
     if (auto const error = errno; result < 0) {
@@ -148,7 +137,7 @@ void ProductArchive::verify() const {
     if (name.filename() != path_.filename()) {
         refuse("the first line of " + list + " is not the output of sha256sum for it");
     }
-    auto const stop = [] { interrupt::throw_if_set("verifying an archive"); };
+    auto const stop = [this] { interrupt::throw_if_set("verifying " + path_.string()); };
     if (line.substr(0, digits) != Sha256().update(file_, path_.string(), stop).hex()) {
         refuse("the archive is damaged: its SHA-256 differs");
     }
@@ -161,6 +150,7 @@ ProductArchive::Handle ProductArchive::openReader() {
     archive_read_support_format_tar(reader.get());
     archive_read_support_filter_gzip(reader.get());
     archive_read_support_filter_zstd(reader.get());
+    archive_read_set_options(reader.get(), "read_concatenated_archives");
     check(reader, archive_read_open_fd(reader.get(), file_.get(), read_size));
     return reader;
 }
@@ -180,19 +170,19 @@ archive_entry* ProductArchive::nextEntry(Handle const& reader) {
     if (name == nullptr || printable(name) != name) {
         refuse("its name is not UTF-8 or has control characters");
     }
-    entry_ = normal_path(name);
+    entry_ = fs::path(name + std::string("/.")).lexically_normal().parent_path();
     checkEntry(entry);
     return entry;
 }
 
-/// Refuses entries that libarchive would unpack: names outside of the installation, devices, and
+/// Refuses entries that libarchive would unpack: names outside the installation, devices, and
 /// symbolic links that could lead out of it.
 void ProductArchive::checkEntry(archive_entry* entry) const {
     auto const type = archive_entry_filetype(entry);
     auto const* const hard_link = hard_link_target(entry);
     auto const* const target = archive_entry_symlink_utf8(entry);
     if (!is_inside(entry_) || (hard_link != nullptr && !is_inside(hard_link))) {
-        refuse("a name outside of the installation");
+        refuse("a name outside the installation");
     }
     // A hard link with content would overwrite an earlier file.
     if (hard_link != nullptr ? archive_entry_size(entry) > 0
@@ -205,7 +195,7 @@ void ProductArchive::checkEntry(archive_entry* entry) const {
     }
 }
 
-void ProductArchive::unpack(Entries& unpacked, Progress const& progress) {
+void ProductArchive::unpack(Unpacked const& unpacked, Progress const& progress) {
     auto const reader = openReader();
     Handle const disk(archive_write_disk_new(), archive_write_free);
     // The checks of libarchive apply to relative names, hence the current directory.
@@ -223,9 +213,10 @@ void ProductArchive::unpack(Entries& unpacked, Progress const& progress) {
 }
 
 void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
-                                 Entries& unpacked, Progress const& progress) {
+                                 Unpacked const& unpacked, Progress const& progress) const {
     auto const is_directory = archive_entry_filetype(entry) == AE_IFDIR;
-    auto const existing = fs::symlink_status(entry_.empty() ? "." : entry_);
+    std::error_code ignored;  // libarchive reports the same error.
+    auto const existing = fs::symlink_status(entry_.empty() ? "." : entry_, ignored);
     if (fs::exists(existing) && !(is_directory && fs::is_directory(existing))) {
         refuse("the installation already has an entry of this name");
     }
@@ -233,43 +224,58 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
         // Without these permissions, its owner could not replace the installation later.
         archive_entry_set_perm(entry, archive_entry_perm(entry) | 0700);
     }
+    // In another directory, a hard link to a symbolic link could lead to another target.
     auto const* const hard_link = hard_link_target(entry);
-    if (hard_link != nullptr) {
-        // In another directory, a hard link to a symbolic link could lead to another target.
-        auto const linked = unpacked.find(normal_path(hard_link));
-        if (linked == unpacked.end() || linked->second[0] != 'f') {
-            refuse("a hard link to something else than an unpacked file");
-        }
-        unpacked[entry_] = linked->second;
+    if (hard_link != nullptr && !fs::is_regular_file(fs::symlink_status(hard_link, ignored))) {
+        refuse("a hard link to something other than an unpacked file");
     }
     check(disk, archive_write_header(disk.get(), entry));
+    auto digest = unpackContent(reader, disk, entry, progress);
+    check(disk, archive_write_finish_entry(disk.get()));
+    auto const* const target = archive_entry_symlink_utf8(entry);
+    if (target != nullptr) {
+        digest.update(target);
+    } else if (hard_link != nullptr) {
+        Descriptor const file(check_call(::open(hard_link, O_RDONLY | O_CLOEXEC), entry_));
+        digest.update(file, entry_, [this] { interrupt::throw_if_set("reading " + entry_); });
+    }
+    if (!is_directory) {
+        unpacked(target != nullptr ? "link" : "file", digest.hex(), entry_);
+    }
+}
+
+/// Writes the content of an entry to the disk. Returns its digest, which a second thread computes,
+/// since this takes about as long as decompressing.
+Sha256 ProductArchive::unpackContent(Handle const& reader, Handle const& disk, archive_entry* entry,
+                                     Progress const& progress) const {
+    constexpr la_int64_t block_size = 1 << 18;
     Sha256 digest;
-    std::future<void> hashing;  // of a block, while it is written and the next one is read
-    for (std::size_t i = 0;; ++i) {
+    std::array<std::vector<char>, 2> blocks;
+    // Computes the digest of one block while it is written and the other one is read.
+    auto hashing = std::async(std::launch::deferred, [] {});
+    auto left = archive_entry_size(entry);
+    for (std::size_t i = 0; left > 0; ++i) {
         interrupt::throw_if_set("unpacking " + entry_);
-        auto& block = blocks_[i % blocks_.size()];
+        auto& block = blocks[i % blocks.size()];
+        block.assign(static_cast<std::size_t>(std::min(left, block_size)), '\0');
         auto const size = archive_read_data(reader.get(), block.data(), block.size());
         check(reader, static_cast<int>(size));
-        if (hashing.valid()) {
-            hashing.get();
-        }
-        if (size == 0) {
-            break;
-        }
-        std::string_view const data(block.data(), static_cast<std::size_t>(size));
-        // For a small file, a thread would take longer than the digest.
-        auto const policy =
-            data.size() == block.size() ? std::launch::async : std::launch::deferred;
-        hashing = std::async(policy, [&digest, data] { digest.update(data); });
-        check(disk, static_cast<int>(archive_write_data(disk.get(), data.data(), data.size())));
-        progress(data.size());
+        hashing.get();
+        // A hole at the end of a sparse file has no data: the rest of it consists of zeros.
+        block.resize(size == 0 ? block.size() : static_cast<std::size_t>(size));
+        // For a small block, creating a thread would take longer than the digest. The second flag
+        // applies if no thread can be created.
+        auto const policy = block.size() == block_size ? std::launch::async | std::launch::deferred
+                                                       : std::launch::deferred;
+        hashing = std::async(policy, [&digest, &block] {
+            digest.update({block.data(), block.size()});
+        });
+        check(disk, static_cast<int>(archive_write_data(disk.get(), block.data(), block.size())));
+        progress(block.size());
+        left -= static_cast<la_int64_t>(block.size());
     }
-    check(disk, archive_write_finish_entry(disk.get()));
-    if (auto const* const target = archive_entry_symlink_utf8(entry)) {
-        unpacked[entry_] = "link " + digest.update(target).hex();
-    } else if (!is_directory && hard_link == nullptr) {
-        unpacked[entry_] = "file " + digest.hex();
-    }
+    hashing.get();
+    return digest;
 }
 
 void ProductArchive::check(Handle const& handle, int result, char const* function) const {

@@ -2,15 +2,14 @@
 
 /// \file
 /// Verified and safe unpacking of a product's archive. Can be copied without the other files of the
-/// example; it needs libarchive, nettle and install::cpputil.
+/// example; it needs libarchive, nettle and install::cpputil, and LC_CTYPE must be a UTF-8 locale.
 
 #include <nettle/sha2.h>
+#include <unistd.h>
 
-#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -28,7 +27,11 @@ public:
         std::swap(value_, other.value_);
         return *this;
     }
-    ~Descriptor();
+    ~Descriptor() {
+        if (value_ >= 0) {
+            ::close(value_);
+        }
+    }
     int get() const { return value_; }
 
 private:
@@ -68,11 +71,12 @@ std::string printable(std::string const& text);
 /// entry to the diagnostic channel "product_archive".
 class ProductArchive {
 public:
-    /// Called with the part of the size that has been unpacked since the last call.
+    /// Called with the number of bytes of `size()` that were unpacked since the previous call.
     using Progress = std::function<void(std::uintmax_t)>;
-    /// Maps the path of each file or link to "file" or "link", a space, and a digest: of the file's
-    /// content or of the link's target.
-    using Entries = std::map<std::string, std::string>;
+    /// Called for each file and symbolic link, with "file" or "link", the digest of the content or
+    /// of the link's target, and the path.
+    using Unpacked = std::function<void(std::string const& kind, std::string const& digest,
+                                        std::string const& path)>;
 
     /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and
     /// then checks all names and links in it. Later changes of the name \p path have no effect.
@@ -81,10 +85,9 @@ public:
     /// Returns the disk space that the entries may need, in bytes.
     std::uintmax_t size() const { return size_; }
 
-    /// Unpacks all entries into the current directory, which must be private to the process, and
-    /// adds them to \p unpacked, which contains the entries of other archives there. Permissions
-    /// are those in the archive without set-user-ID and similar bits, under the umask.
-    void unpack(Entries& unpacked, Progress const& progress);
+    /// Unpacks all entries into the current directory, which must be private to the process. Their
+    /// permissions are those in the archive without set-user-ID and similar bits, under the umask.
+    void unpack(Unpacked const& unpacked, Progress const& progress);
 
 private:
     using Handle = std::unique_ptr<archive, int (*)(archive*)>;
@@ -94,14 +97,15 @@ private:
     archive_entry* nextEntry(Handle const& reader);
     void checkEntry(archive_entry* entry) const;
     void unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
-                     Entries& unpacked, Progress const& progress);
+                     Unpacked const& unpacked, Progress const& progress) const;
+    Sha256 unpackContent(Handle const& reader, Handle const& disk, archive_entry* entry,
+                         Progress const& progress) const;
     void check(Handle const& handle, int result, char const* function = __builtin_FUNCTION()) const;
     [[noreturn]] void refuse(std::string const& why,
                              char const* function = __builtin_FUNCTION()) const;
 
     std::filesystem::path path_;
     Descriptor file_;
-    std::array<std::array<char, 1 << 18>, 2> blocks_ = {};  ///< buffers
     std::uintmax_t size_ = 0;
     std::string entry_;  ///< the current entry's path, for messages; normal and relative
 };

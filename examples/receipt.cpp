@@ -11,18 +11,15 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
+
+#include "product_archive.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr auto const* last_line = "sha256 ";
 
 /// Returns the entry of a receipt for a file or link.
 std::string describe(std::string const& name, bool is_link) {
@@ -53,7 +50,7 @@ std::string remove_entry(FTS* tree, FTSENT* entry, std::string const& path,
     auto const type = entry->fts_info;
     if (type == FTS_D) {
         // FTS_XDEV alone would enter a directory of the same file system that is mounted here.
-        if (entry->fts_dev == tree->fts_dev && !is_mount_point(name)) {
+        if (!is_mount_point(name)) {
             return "";
         }
         ::fts_set(tree, entry, FTS_SKIP);
@@ -83,19 +80,15 @@ std::string remove_entry(FTS* tree, FTSENT* entry, std::string const& path,
 
 }  // namespace
 
-void write_receipt(Receipt const& receipt) {
-    std::string text;
-    for (auto const& [name, version] : receipt.products) {
-        text += "product " + version + ' ' + name + '\n';
-    }
-    for (auto const& [path, kind_and_digest] : receipt.entries) {
-        text += kind_and_digest + ' ' + path + '\n';
-    }
-    std::ofstream file(receipt_name);
-    file << text << last_line << Sha256().update(text).hex() << '\n';
-    file.close();
-    if (!file) {
-        throw std::runtime_error("cannot write the receipt");
+void ReceiptWriter::add(std::string const& kind, std::string const& value,
+                        std::string const& name) {
+    file_ << kind << ' ' << value << ' ' << name << '\n';
+}
+
+void ReceiptWriter::finish() {
+    file_.close();
+    if (!file_) {
+        throw std::runtime_error("cannot write " + (fs::current_path() / receipt_name).string());
     }
 }
 
@@ -106,24 +99,18 @@ Receipt read_receipt(std::string const& directory) {
     if (type == fs::file_type::not_found) {
         return receipt;
     }
-    std::string text;
-    if (type == fs::file_type::regular) {  // A pipe could block the process.
-        std::ifstream file(name);
-        text.assign(std::istreambuf_iterator<char>(file), {});
-    }
-    auto const end = std::min(text.rfind(last_line), text.size());
-    std::istringstream lines(text.substr(0, end));
+    // A link could lead to a file of another user, and a pipe could block the process.
+    std::ifstream file(type == fs::file_type::regular ? name : "");
     for (std::string kind, value, path;
-         lines >> kind >> value && std::getline(lines.ignore(), path);) {
+         file >> kind >> value && std::getline(file.ignore(), path);) {
         if (kind == "product") {
             receipt.products[path] = value;
         } else {
             receipt.entries[path] = kind + ' ' + value;
         }
     }
-    if (receipt.products.empty() ||
-        text.substr(end) != last_line + Sha256().update(text.substr(0, end)).hex() + '\n') {
-        throw std::runtime_error("the receipt is damaged or cannot be read: " + name);
+    if (receipt.products.empty()) {
+        throw std::runtime_error("the receipt cannot be read or contains no product: " + name);
     }
     return receipt;
 }
@@ -145,10 +132,14 @@ std::map<std::string, std::string> remove_listed(std::string const& directory,
             why = remove_entry(tree.get(), entry, path, receipt);
         } catch (std::system_error const& error) {
             why = error.code().message();
+            ::fts_set(tree.get(), entry, FTS_SKIP);
         }
         if (!why.empty()) {
             kept[path] = why;
         }
+    }
+    if (errno != 0) {
+        kept[""] = std::generic_category().message(errno);
     }
     return kept;
 }
