@@ -1,4 +1,4 @@
-// Input files, compared with other libraries that read a key=value file into a map of their own.
+// Parsing of input files, compared with other libraries that read key=value files.
 
 #include <benchmark/benchmark.h>
 #include <glib.h>

@@ -28,7 +28,7 @@ class Row:
     goal: float | None = None
     # A benchmark whose time is subtracted from both.
     without: str | None = None
-    # Rows that compare no two libraries are left out of the picture.
+    # Rows that compare the library with itself and those of the example are left out of the picture.
     in_picture: bool = True
 
 

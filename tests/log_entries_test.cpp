@@ -203,7 +203,7 @@ TEST_F(FallbackFile, IsNamedForTheEffectiveUser) {
     }
 }
 
-// Entries that an attacker could plant to read, redirect or block the log.
+// Links, pipes and files that an attacker could plant to read, redirect or block the log.
 TEST_F(FallbackFile, IsRejectedIfItIsUnsafe) {
     auto const file = path(fallback_), target = path("target");
     write_file(target, "");

@@ -25,11 +25,11 @@
 /// \par Diagnostic records
 ///     The functions write records to the channel "install::cpputil::logger". A sink may call them
 ///     in turn if its frontend holds no lock meanwhile (`unlocked_sink` and asynchronous frontends
-///     hold none), and finds the destination of that moment. At two records, which report an entry
-///     whose file cannot be opened and a new destination, its entries and changes are ignored; a
-///     `Logger` that it creates there nevertheless unsets the destination if it is destroyed later.
-///     A sink must not wait for another thread that uses the log. Exceptions thrown by a sink
-///     propagate to the caller.
+///     hold none), and finds the destination of that moment. Its entries and changes are ignored in
+///     two records: that of a file that cannot be opened, and that of a new destination. A `Logger`
+///     that it creates there nevertheless unsets the destination if it is destroyed later. A sink
+///     must not wait for another thread that uses the log. Exceptions thrown by a sink propagate to
+///     the caller.
 
 #include <string>
 
@@ -74,9 +74,9 @@ public:
     /// \throws std::runtime_error if a directory cannot be created or the file cannot be opened for
     ///     appending; `what()` names it
     ///
-    /// If the constructor throws, the destination is unchanged, even if a sink has changed it
-    /// meanwhile. The old destination may already contain the entry about the change. \p file may
-    /// alias the result of `get_destination`.
+    /// If the constructor throws, the destination is unchanged; what a sink changed during the
+    /// replacement itself is undone. The old destination may already contain the entry about the
+    /// change. \p file may alias the result of `get_destination`.
     [[nodiscard]] explicit Logger(Path const& file);
 
     /// Sets the destination to the UTF-16 \p file, like the constructor above.

@@ -19,9 +19,10 @@ TimePoint exit_deadline() noexcept;
 
 /// Waits until \p condition returns true. Returns false if it has not done so by \p deadline.
 ///
-/// Polls, since a busy log releases its mutex only briefly: with 16 threads that log, polling let
-/// a fork through after 0.3 to 0.8 ms (median), and a timed mutex after 64 to 196 ms. With the
-/// timed mutex, 4 of 180 forks waited for more than a second.
+/// Polls, because the threads of a busy log lock its mutex again before one that waits for a timed
+/// mutex wakes up: with 16 threads that log, polling let a fork through after 0.3 to 0.8 ms
+/// (medians), and a timed mutex after 64 to 196 ms. With the latter, 4 of 180 forks waited for more
+/// than a second.
 template <typename Condition>
 bool wait_until(TimePoint deadline, Condition condition) noexcept {
     CancellationGuard const uncancelled;
