@@ -52,7 +52,7 @@ constexpr auto const* help =
     "Files that the user added or changed are kept in INSTALL_DIR.kept-N. What was done is\n"
     "appended to LOG_FILE. --verbose writes diagnostic records to standard error.\n"
     "\n"
-    "INPUT_FILE contains these lines:\n"
+    "INPUT_FILE, of at most 1 MiB, contains these lines:\n"
     "  install_dir = DIRECTORY   where to install\n"
     "  product_dir = DIRECTORY   contains NAME.tar.zst or NAME.tar.gz of each product, and the\n"
     "                            output of sha256sum for it in NAME.tar.zst.sha256\n"
@@ -253,7 +253,9 @@ void install(Plan const& plan) {
     auto const progress = make_progress(size);
     for (auto& [name, archive] : archives) {
         std::cout << "unpacking " << name << '\n' << std::flush;
-        archive.unpack([&](auto const&... entry) { receipt.add(entry...); }, progress);
+        archive.unpack([&](auto const& kind, auto const& digest,
+                           auto const& path) { receipt.add(kind, digest, path); },
+                       progress);
         receipt.add("product", plan.version, name);
         logger::append_message("unpacked " + name + ' ' + plan.version);
     }
@@ -279,8 +281,9 @@ int fail(std::string const& why, std::string const& location, int status) {
 }
 
 int run(bool is_uninstallation, std::string const& subject, std::string const& log_name) {
-    std::optional<logger::Logger> log;   // Outlives the try block, so that handlers can log.
-    std::string file = log_name + ": ";  // The prefix of messages: the file that is being read.
+    std::optional<logger::Logger> log;  // Outlives the try block, so that handlers can log.
+    std::string file =
+        log_name + ": ";  // The prefix of messages: the file that is being opened or read.
     try {
         auto const log_file = fs::absolute(log_name).string();
         log.emplace(log_file);

@@ -122,15 +122,19 @@ void Installation::createWork() {
     work_ = std::move(work);
 }
 
-/// Refuses a target that cannot be moved.
+/// Refuses a target that cannot be moved or exchanged.
 void Installation::probe() const {
-    fs::create_directories("probe/entry");
-    // Always fails, because "probe" is not empty. Other reasons are reported first.
-    auto const result = ::rename(("../" + name_).c_str(), "probe");
+    fs::create_directories("a/entry");
+    fs::create_directory("b");
+    check_call(::renameat2(AT_FDCWD, "a", AT_FDCWD, "b", RENAME_EXCHANGE),
+               "the file system cannot exchange directories: " + place_.string());
+    // Always fails, because "b" is not empty now. The system reports any other error first.
+    auto const result = ::rename(("../" + name_).c_str(), "b");
     require(errno != EBUSY, "E103", "a mount point: " + place_.string());
     check_call(errno == ENOTEMPTY || errno == EEXIST ? 0 : result,
                "cannot move " + place_.string());
-    fs::remove_all("probe");
+    fs::remove_all("b");
+    fs::remove("a");
 }
 
 void Installation::enterNew() const {

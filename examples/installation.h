@@ -23,7 +23,7 @@ void require(bool valid, char const* code, std::string const& why,
 /// A directory to install to, and a work directory next to it. Create at most one object in a
 /// process, because it changes the current directory: relative names stay correct even if another
 /// user renames entries of the parent directory. That user can neither enter the work directory nor
-/// move it elsewhere, so ".." remains the parent directory.
+/// move it to another parent, so ".." stays valid.
 class Installation {
 public:
     explicit Installation(std::filesystem::path const& target);
@@ -33,8 +33,8 @@ public:
     ~Installation();
 
     /// Excludes other installers of the target until the object is destroyed, and creates the work
-    /// directory. Refuses a target that could not be moved. Returns the receipt of the target; an
-    /// empty one if the target is empty or missing.
+    /// directory. Refuses a target that could not be moved or exchanged. Returns the receipt of the
+    /// target; an empty one if the target is empty or missing.
     Receipt prepare();
 
     /// Creates the new directory, with the owner of the previous one, and enters it.

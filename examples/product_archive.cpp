@@ -12,11 +12,9 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/algorithm/hex.hpp>
 #include <cerrno>
 #include <fstream>
 #include <future>
-#include <iterator>
 #include <system_error>
 #include <vector>
 
@@ -53,7 +51,7 @@ bool leads_out(fs::path const& name, fs::path const& target) {
 /// Returns the target of a hard link, or null if the entry is something else.
 char const* hard_link_target(archive_entry* entry) {
     auto const* const utf8 = archive_entry_hardlink_utf8(entry);
-    return utf8 != nullptr ? utf8 : archive_entry_hardlink(entry);  // Null, or not UTF-8.
+    return utf8 != nullptr ? utf8 : archive_entry_hardlink(entry);  // The name is not UTF-8.
 }
 
 }  // namespace
@@ -93,7 +91,10 @@ std::string Sha256::hex() {
     sha256_digest(&state_, bytes.data());
 #endif
     std::string text;
-    boost::algorithm::hex_lower(bytes, std::back_inserter(text));
+    for (auto const byte : bytes) {
+        constexpr auto const* digits = "0123456789abcdef";
+        text += {digits[byte >> 4U], digits[byte & 15U]};
+    }
     return text;
 }
 
@@ -150,7 +151,7 @@ ProductArchive::Handle ProductArchive::openReader() {
     archive_read_support_format_tar(reader.get());
     archive_read_support_filter_gzip(reader.get());
     archive_read_support_filter_zstd(reader.get());
-    archive_read_set_options(reader.get(), "read_concatenated_archives");
+    check(reader, archive_read_set_options(reader.get(), "read_concatenated_archives"));
     check(reader, archive_read_open_fd(reader.get(), file_.get(), read_size));
     return reader;
 }
@@ -199,9 +200,10 @@ void ProductArchive::unpack(Unpacked const& unpacked, Progress const& progress) 
     auto const reader = openReader();
     Handle const disk(archive_write_disk_new(), archive_write_free);
     // The checks of libarchive apply to relative names, hence the current directory.
-    archive_write_disk_set_options(
-        disk.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
-                        ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
+    archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_SPARSE |
+                                                   ARCHIVE_EXTRACT_SECURE_SYMLINKS |
+                                                   ARCHIVE_EXTRACT_SECURE_NODOTDOT |
+                                                   ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
     while (auto* const entry = nextEntry(reader)) {
         unpackEntry(reader, disk, entry, unpacked, progress);
         progress(entry_size);
@@ -215,8 +217,11 @@ void ProductArchive::unpack(Unpacked const& unpacked, Progress const& progress) 
 void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archive_entry* entry,
                                  Unpacked const& unpacked, Progress const& progress) const {
     auto const is_directory = archive_entry_filetype(entry) == AE_IFDIR;
-    std::error_code ignored;  // libarchive reports the same error.
-    auto const existing = fs::symlink_status(entry_.empty() ? "." : entry_, ignored);
+    std::error_code error;
+    auto const existing = fs::symlink_status(entry_.empty() ? "." : entry_, error);
+    if (existing.type() == fs::file_type::none) {
+        refuse(error.message());
+    }
     if (fs::exists(existing) && !(is_directory && fs::is_directory(existing))) {
         refuse("the installation already has an entry of this name");
     }
@@ -226,7 +231,7 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
     }
     // In another directory, a hard link to a symbolic link could lead to another target.
     auto const* const hard_link = hard_link_target(entry);
-    if (hard_link != nullptr && !fs::is_regular_file(fs::symlink_status(hard_link, ignored))) {
+    if (hard_link != nullptr && !fs::is_regular_file(fs::symlink_status(hard_link, error))) {
         refuse("a hard link to something other than an unpacked file");
     }
     check(disk, archive_write_header(disk.get(), entry));
@@ -236,7 +241,10 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
     if (target != nullptr) {
         digest.update(target);
     } else if (hard_link != nullptr) {
-        Descriptor const file(check_call(::open(hard_link, O_RDONLY | O_CLOEXEC), entry_));
+        Descriptor const file(::open(hard_link, O_RDONLY | O_CLOEXEC));
+        if (file.get() < 0) {
+            refuse("a hard link to a file that cannot be read");
+        }
         digest.update(file, entry_, [this] { interrupt::throw_if_set("reading " + entry_); });
     }
     if (!is_directory) {
@@ -244,14 +252,14 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
     }
 }
 
-/// Writes the content of an entry to the disk. Returns its digest, which a second thread computes,
-/// since this takes about as long as decompressing.
+/// Writes the content of an entry to the disk, and returns its digest. A second thread hashes full
+/// blocks, because hashing takes about as long as decompressing.
 Sha256 ProductArchive::unpackContent(Handle const& reader, Handle const& disk, archive_entry* entry,
                                      Progress const& progress) const {
     constexpr la_int64_t block_size = 1 << 18;
     Sha256 digest;
     std::array<std::vector<char>, 2> blocks;
-    // Computes the digest of one block while it is written and the other one is read.
+    // Hashes one block while it is written and the next one is read.
     auto hashing = std::async(std::launch::deferred, [] {});
     auto left = archive_entry_size(entry);
     for (std::size_t i = 0; left > 0; ++i) {
@@ -261,10 +269,10 @@ Sha256 ProductArchive::unpackContent(Handle const& reader, Handle const& disk, a
         auto const size = archive_read_data(reader.get(), block.data(), block.size());
         check(reader, static_cast<int>(size));
         hashing.get();
-        // A hole at the end of a sparse file has no data: the rest of it consists of zeros.
+        // A hole at the end of a sparse file has no data; it is written as zeros.
         block.resize(size == 0 ? block.size() : static_cast<std::size_t>(size));
-        // For a small block, creating a thread would take longer than the digest. The second flag
-        // applies if no thread can be created.
+        // For a small block, creating a thread takes longer than hashing. If no thread can be
+        // created, the second flag applies.
         auto const policy = block.size() == block_size ? std::launch::async | std::launch::deferred
                                                        : std::launch::deferred;
         hashing = std::async(policy, [&digest, &block] {

@@ -2,7 +2,8 @@
 
 /// \file
 /// Verified and safe unpacking of a product's archive. Can be copied without the other files of the
-/// example; it needs libarchive, nettle and install::cpputil, and LC_CTYPE must be a UTF-8 locale.
+/// example; it needs libarchive, nettle, install::cpputil and threads. LC_CTYPE must be a UTF-8
+/// locale.
 
 #include <nettle/sha2.h>
 #include <unistd.h>
@@ -47,7 +48,8 @@ class Sha256 {
 public:
     Sha256() { sha256_init(&state_); }
     Sha256& update(std::string_view data);
-    /// Adds the content of \p file. \p name is for messages.
+    /// Adds the content of \p file. Calls \p before_block before each read. Messages contain
+    /// \p name.
     /// \throws std::system_error if the file cannot be read
     /// \throws any exception of \p before_block
     Sha256& update(Descriptor const& file, std::string const& name,

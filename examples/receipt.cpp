@@ -9,17 +9,24 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <ext/stdio_filebuf.h>
 #include <filesystem>
-#include <fstream>
+#include <istream>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
-
-#include "product_archive.h"
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr auto const* last_line = "sha256 ";
+
+/// Opens a file, neither following a link nor waiting for a pipe, which may have replaced it.
+int open_file(std::string const& name) {
+    return ::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+}
 
 /// Returns the entry of a receipt for a file or link.
 std::string describe(std::string const& name, bool is_link) {
@@ -29,9 +36,7 @@ std::string describe(std::string const& name, bool is_link) {
             static_cast<int>(::readlink(name.c_str(), target.data(), target.size())), name);
         return "link " + Sha256().update({target.data(), static_cast<std::size_t>(size)}).hex();
     }
-    // A link or a pipe may have replaced the file.
-    auto const flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    Descriptor const file(check_call(::open(name.c_str(), flags), "cannot open " + name));
+    Descriptor const file(check_call(open_file(name), "cannot open " + name));
     return "file " + Sha256().update(file, name, [] {}).hex();
 }
 
@@ -50,7 +55,7 @@ std::string remove_entry(FTS* tree, FTSENT* entry, std::string const& path,
     auto const type = entry->fts_info;
     if (type == FTS_D) {
         // FTS_XDEV alone would enter a directory of the same file system that is mounted here.
-        if (!is_mount_point(name)) {
+        if (entry->fts_dev == tree->fts_dev && !is_mount_point(name)) {
             return "";
         }
         ::fts_set(tree, entry, FTS_SKIP);
@@ -82,10 +87,13 @@ std::string remove_entry(FTS* tree, FTSENT* entry, std::string const& path,
 
 void ReceiptWriter::add(std::string const& kind, std::string const& value,
                         std::string const& name) {
-    file_ << kind << ' ' << value << ' ' << name << '\n';
+    auto const line = kind + ' ' + value + ' ' + name + '\n';
+    file_ << line;
+    digest_.update(line);
 }
 
 void ReceiptWriter::finish() {
+    file_ << last_line << digest_.hex() << '\n';
     file_.close();
     if (!file_) {
         throw std::runtime_error("cannot write " + (fs::current_path() / receipt_name).string());
@@ -95,22 +103,34 @@ void ReceiptWriter::finish() {
 Receipt read_receipt(std::string const& directory) {
     Receipt receipt;
     auto const name = directory + '/' + receipt_name;
-    auto const type = fs::symlink_status(name).type();
-    if (type == fs::file_type::not_found) {
+    auto const descriptor = open_file(name);
+    if (descriptor < 0 && errno == ENOENT) {
         return receipt;
     }
-    // A link could lead to a file of another user, and a pipe could block the process.
-    std::ifstream file(type == fs::file_type::regular ? name : "");
-    for (std::string kind, value, path;
-         file >> kind >> value && std::getline(file.ignore(), path);) {
+    check_call(descriptor, "cannot open " + name);
+    __gnu_cxx::stdio_filebuf<char> buffer(descriptor, std::ios::in);  // Closes the descriptor.
+    std::istream file(&buffer);
+    Sha256 digest;
+    auto is_intact = false;
+    for (std::string line; std::getline(file, line);) {
+        if (line.rfind(last_line, 0) == 0) {
+            is_intact = line == last_line + digest.hex();
+            continue;
+        }
+        is_intact = false;
+        digest.update(line + '\n');
+        std::istringstream fields(line);
+        std::string kind, value, path;
+        fields >> kind >> value;
+        std::getline(fields.ignore(), path);
         if (kind == "product") {
             receipt.products[path] = value;
         } else {
             receipt.entries[path] = kind + ' ' + value;
         }
     }
-    if (receipt.products.empty()) {
-        throw std::runtime_error("the receipt cannot be read or contains no product: " + name);
+    if (!is_intact || receipt.products.empty()) {
+        throw std::runtime_error("the receipt is damaged: " + name);
     }
     return receipt;
 }

@@ -7,12 +7,15 @@
 ///     file 2c26b46b68ffc68ff99b453c1d30413413422d706483bfa0f98a5e886266e7ae bin/tool
 ///     link fcde2b2edba56bf408601fb721fe9b5c338d10ee429ea04fae5511b68fbf8fb9 bin/t
 ///     product 1.10 Base Tools
+///     sha256 ...
 ///
-/// The digest of a link is that of its target.
+/// The digest of a link is that of its target. The last line is the digest of the others.
 
 #include <fstream>
 #include <map>
 #include <string>
+
+#include "product_archive.h"
 
 /// The name of the receipt's file in the directory of the installation.
 constexpr auto const* receipt_name = ".receipt";
@@ -22,8 +25,8 @@ struct Receipt {
     std::map<std::string, std::string> entries;   ///< the kind and digest of each entry, by path
 };
 
-/// Writes the receipt of the current directory. Creates its file at once, so that no archive can
-/// contain a file of this name.
+/// Writes the receipt into the current directory. The constructor creates the file, so that an
+/// archive that contains this name is refused.
 class ReceiptWriter {
 public:
     /// Adds the version of a "product", or the digest of a "file" or "link". \p name must not
@@ -34,16 +37,16 @@ public:
 
 private:
     std::ofstream file_{receipt_name};
+    Sha256 digest_;
 };
 
 /// Returns the receipt in \p directory; without products if there is none.
-/// \throws std::runtime_error if it cannot be read or contains no product
+/// \throws std::runtime_error if it is damaged, std::system_error if it cannot be opened
 Receipt read_receipt(std::string const& directory);
 
 /// Removes from \p directory the receipt, the files and links that are as \p receipt lists them,
 /// all directories that are then empty, and itself if it is empty. Never enters a mounted file
 /// system nor follows a link, even if another process changes the directory at the same time.
 /// Returns the reasons why entries were kept, by path. Cannot be interrupted.
-/// \throws std::system_error if the directory cannot be read
 std::map<std::string, std::string> remove_listed(std::string const& directory,
                                                  Receipt const& receipt);

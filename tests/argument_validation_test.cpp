@@ -96,7 +96,9 @@ TEST(ArgumentValidation, LogsFilesThatCannotBeRead) {
     EXPECT_THROW(validate(directory / "locked/x", "rfile"), fs::filesystem_error);
     EXPECT_THROW(validate("\xFF", "rfile"), TextConversionError);
     EXPECT_THROW(validate(std::string("/\0", 2), "rfile"), std::invalid_argument);
-    EXPECT_THROW(validate("x", "intval"), std::invalid_argument);  // Logs nothing.
+    for (auto const* const other_rule : {"boolval", "intval", "strval:y"}) {
+        EXPECT_ANY_THROW(validate("x", other_rule));  // Logs nothing.
+    }
     EXPECT_EQ(messages(log), expected);
 }
 

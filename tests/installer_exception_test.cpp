@@ -23,6 +23,8 @@ TEST(InstallerException, JoinsLocations) {
     EXPECT_EQ(createLocation("A", ""), "A");
     EXPECT_EQ(createLocation("A", "A"), "A");
     EXPECT_EQ(createLocation("", "B"), "::B");
+    EXPECT_EQ(createLocation("", ""), "");
+    EXPECT_EQ(createLocation("A::", "::B"), "A::::::B");
     EXPECT_EQ(createLocation("A", "AB"), "A::AB");
     EXPECT_EQ(createLocation("AB", "A"), "AB::A");
 }

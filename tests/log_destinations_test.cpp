@@ -35,7 +35,7 @@ TEST_F(LogDestination, IsReplaced) {
 
 TEST_F(LogDestination, IsUnsetByAnyLogger) {
     std::optional<Logger> outer(name("a"));
-    error_text<std::runtime_error>([&] {
+    EXPECT_ANY_THROW({
         Logger const inner(name("b"));
         append_file(name("none"));  // Throws, because the file does not exist.
     });

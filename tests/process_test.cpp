@@ -17,7 +17,8 @@
 
 namespace {
 
-/// Set in a child that exits while running threads, or threads that fork did not copy, own memory.
+/// Set in a child that exits while threads run, or that was forked without its parent's threads:
+/// their memory cannot be freed.
 bool has_leaks = false;
 
 }  // namespace
@@ -318,6 +319,7 @@ TEST_F(Process, KeepsItsEntriesWhenItIsKilled) {
     }
     for (std::size_t writer = 0; writer != writers.size(); ++writer) {
         while (counts[writer] < 50) {
+            ASSERT_EQ(::waitpid(writers[writer], nullptr, WNOHANG), 0) << "died early";
             std::this_thread::yield();
         }
         ::kill(writers[writer], SIGKILL);

@@ -45,7 +45,7 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 /// assignment to the empty key or to "product" stores nothing. A product line without a name and
 /// any other line are ignored. A byte-order mark is ordinary text.
 ///
-/// Some other formats treat such lines differently:
+/// Other formats may treat these lines differently:
 ///
 /// | Line               | Result                                                              |
 /// |--------------------|---------------------------------------------------------------------|

@@ -25,11 +25,11 @@
 /// \par Diagnostic records
 ///     The functions write records to the channel "install::cpputil::logger". A sink may call them
 ///     in turn if its frontend holds no lock meanwhile (`unlocked_sink` and asynchronous frontends
-///     hold none), and finds the destination of that moment. Its entries and changes are ignored in
-///     two records: that of a file that cannot be opened, and that of a new destination. A `Logger`
-///     that it creates there nevertheless unsets the destination if it is destroyed later. A sink
-///     must not wait for another thread that uses the log. Exceptions thrown by a sink propagate to
-///     the caller.
+///     hold none), and finds the destination of that moment. Its entries and changes are ignored
+///     during two records: that of a file that cannot be opened, and that of a new destination. A
+///     `Logger` that it creates there nevertheless unsets the destination when it is destroyed
+///     later. A sink must not wait for another thread that uses the log. Exceptions thrown by a
+///     sink propagate to the caller.
 
 #include <string>
 

@@ -19,8 +19,8 @@ TimePoint exit_deadline() noexcept;
 
 /// Waits until \p condition returns true. Returns false if it has not done so by \p deadline.
 ///
-/// Polls, because the threads of a busy log lock its mutex again before one that waits for a timed
-/// mutex wakes up: with 16 threads that log, polling let a fork through after 0.3 to 0.8 ms
+/// Polls: in a busy log, other threads lock the mutex again before a thread that waits for a timed
+/// mutex wakes up. With 16 threads that log, polling let a fork through after 0.3 to 0.8 ms
 /// (medians), and a timed mutex after 64 to 196 ms. With the latter, 4 of 180 forks waited for more
 /// than a second.
 template <typename Condition>
