@@ -200,10 +200,9 @@ void ProductArchive::unpack(Unpacked const& unpacked, Progress const& progress) 
     auto const reader = openReader();
     Handle const disk(archive_write_disk_new(), archive_write_free);
     // The checks of libarchive apply to relative names, hence the current directory.
-    archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_SPARSE |
-                                                   ARCHIVE_EXTRACT_SECURE_SYMLINKS |
-                                                   ARCHIVE_EXTRACT_SECURE_NODOTDOT |
-                                                   ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
+    archive_write_disk_set_options(
+        disk.get(), ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
+                        ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS);
     while (auto* const entry = nextEntry(reader)) {
         unpackEntry(reader, disk, entry, unpacked, progress);
         progress(entry_size);

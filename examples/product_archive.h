@@ -89,6 +89,7 @@ public:
 
     /// Unpacks all entries into the current directory, which must be private to the process. Their
     /// permissions are those in the archive without set-user-ID and similar bits, under the umask.
+    /// Holes of sparse files are filled with zeros.
     void unpack(Unpacked const& unpacked, Progress const& progress);
 
 private:
