@@ -1,6 +1,6 @@
 // A small installer, which installs all products or none, updates an installation, and removes it.
-// It uses every service of the library and is meant to be copied. Functions appear in execution
-// order.
+// It uses every service of the library and is meant to be copied. Functions precede their callers:
+// start reading at `main`.
 
 #include <signal.h>
 #include <sys/stat.h>
@@ -55,7 +55,7 @@ constexpr auto const* help =
     "INPUT_FILE, of at most 1 MiB, contains these lines:\n"
     "  install_dir = DIRECTORY   where to install\n"
     "  product_dir = DIRECTORY   contains NAME.tar.zst or NAME.tar.gz of each product, and the\n"
-    "                            output of sha256sum for it in NAME.tar.zst.sha256\n"
+    "                            output of sha256sum for it in its name plus \".sha256\"\n"
     "  version = NUMBERS         the version of the products, e.g. 1.10.0\n"
     "  overwrite = yes|no        whether to replace an installation (default: no)\n"
     "  greeting = TEXT           shown at the beginning (default: none)\n"
@@ -229,7 +229,7 @@ ProductArchive::Progress make_progress(std::uintmax_t total) {
     };
 }
 
-/// Unpacks the products into a work directory, which then replaces the installation.
+/// Unpacks the products into a new directory, which then replaces the installation.
 void install(Plan const& plan) {
     Installation installation(plan.target);
     auto const previous = installation.prepare();
@@ -281,15 +281,14 @@ int fail(std::string const& why, std::string const& location, int status) {
 }
 
 int run(bool is_uninstallation, std::string const& subject, std::string const& log_name) {
-    std::optional<logger::Logger> log;  // Outlives the try block, so that handlers can log.
-    std::string file =
-        log_name + ": ";  // The prefix of messages: the file that is being opened or read.
+    std::optional<logger::Logger> log;   // Outlives the try block, so that handlers can log.
+    std::string file = log_name + ": ";  // The prefix of messages: what is opened or read.
     try {
         auto const log_file = fs::absolute(log_name).string();
         log.emplace(log_file);
         file.clear();
         if (::geteuid() == 0) {
-            ::umask(022);  // Everyone can use it. The log keeps the umask of the user.
+            ::umask(022);  // Everyone can use the installation. The log exists already.
         }
         if (is_uninstallation) {
             uninstall(find_target(subject, {log_file}));

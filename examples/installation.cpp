@@ -168,7 +168,7 @@ void Installation::move(std::string const& from, std::string const& to, unsigned
     interrupt::throw_if_set("before the exchange");
     auto const result = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags);
     isDisposable_ = result != 0;
-    check_call(result, "cannot replace " + place_.string());
+    check_call(result, "cannot create, replace or remove " + place_.string());
     say(done + place_.string());
 }
 

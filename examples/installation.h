@@ -58,7 +58,7 @@ private:
     std::string sibling(std::string const& name) const { return place_.parent_path() / name; }
 
     std::filesystem::path target_;
-    std::filesystem::path place_;  ///< what is moved into place: the target or its first missing
+    std::filesystem::path place_;  ///< what is moved into place: the target or its topmost missing
                                    ///< parent
     std::string name_;             ///< the file name of `place_`
     Descriptor lock_;

@@ -176,8 +176,8 @@ archive_entry* ProductArchive::nextEntry(Handle const& reader) {
     return entry;
 }
 
-/// Refuses entries that libarchive would unpack: names outside the installation, devices, and
-/// symbolic links that could lead out of it.
+/// Refuses, before anything is unpacked, names outside the installation, entries that are neither
+/// files, directories nor links, and symbolic links that could lead out of the installation.
 void ProductArchive::checkEntry(archive_entry* entry) const {
     auto const type = archive_entry_filetype(entry);
     auto const* const hard_link = hard_link_target(entry);

@@ -61,8 +61,9 @@ private:
     sha256_ctx state_ = {};
 };
 
-/// Returns \p text as UTF-8 that is safe to print and log: U+FFFD replaces control characters,
-/// characters that change the direction of text, and bytes that are not UTF-8.
+/// Returns \p text as UTF-8 that is safe to print and log: U+FFFD replaces control characters, line
+/// and paragraph separators, characters that change the direction of text and, if \p text is not
+/// UTF-8, every byte that is not ASCII.
 std::string printable(std::string const& text);
 
 /// The archive NAME.tar.zst or NAME.tar.gz of a product. Warnings of libarchive are errors, because
@@ -88,8 +89,8 @@ public:
     std::uintmax_t size() const { return size_; }
 
     /// Unpacks all entries into the current directory, which must be private to the process. Their
-    /// permissions are those in the archive without set-user-ID and similar bits, under the umask.
-    /// Holes of sparse files are filled with zeros.
+    /// permissions are those in the archive, less the umask and without set-user-ID and similar
+    /// bits; directories also get 0700. Holes of sparse files are filled with zeros.
     void unpack(Unpacked const& unpacked, Progress const& progress);
 
 private:

@@ -45,7 +45,7 @@ private:
 Receipt read_receipt(std::string const& directory);
 
 /// Removes from \p directory the receipt, the files and links that are as \p receipt lists them,
-/// all directories that are then empty, and itself if it is empty. Never enters a mounted file
+/// and all directories that are then empty, including \p directory. Neither enters a mounted file
 /// system nor follows a link, even if another process changes the directory at the same time.
 /// Returns the reasons why entries were kept, by path. Cannot be interrupted.
 std::map<std::string, std::string> remove_listed(std::string const& directory,

@@ -45,7 +45,7 @@ run() {
     [ "$status" = "$1" ] && grep -qF -- "$2" log || fail "status $status, not status $1 and: $2"
 }
 
-# installed CONTENT: checks that the installed file has the CONTENT and that nothing else is left.
+# installed CONTENT: checks that the installed file has the CONTENT and that no work directory or lock is left.
 installed() {
     [ "$(cat app/file)" = "$1" ] || fail "not installed: $1"
     [ -z "$(find . -maxdepth 1 -name '.*.*')" ] || fail 'a work directory or a lock is left'
@@ -77,8 +77,8 @@ previous() {
     cp -a template app
 }
 
-# start: starts an installer in the background, which replaces the previous installation and pauses
-# in the middle of unpacking.
+# start: starts an update of the previous installation in the background, which pauses in the middle of
+# unpacking.
 start() {
     previous
     rm -f log output
@@ -180,7 +180,7 @@ long=$(printf '%0250d' 0)
 run 0 "kept (File name too long): $scratch/app.kept-1/"
 rm products/Basic_Tools.tar.zst
 
-# Progress: a line for each step and, on a terminal, a bar that fits and only changes with the percentage.
+# Progress: a line for each step and, on a terminal, a percentage that fits and is written only when it changes.
 [ "$(grep -cE '^(unpacking Basic Tools|writing to the disk)$' output)" = 2 ] || fail 'not one line for each step'
 head -c 20000000 /dev/urandom >content/large
 truncate -s 1M content/hole
@@ -188,9 +188,9 @@ archive -S file large hole
 for columns in 20 40; do
     script -qec "stty cols $columns; $(printf '%q ' "${example[@]}") input log" /dev/null </dev/null >output ||
         fail 'failed on a terminal'
-    grep -qF '100 %' output || fail 'no progress bar'
+    grep -qF '100 %' output || fail 'no percentage'
     [ "$(grep -aoE '[0-9]+ %' output | sort | uniq -d | wc -l)" = 0 ] || fail 'a percentage is written twice'
-    ! tr '\r' '\n' <output | grep -aF '%' | grep -E ".{$columns}" || fail 'a bar is too wide'
+    ! tr '\r' '\n' <output | grep -aF '%' | grep -E ".{$columns}" || fail 'a line is too wide'
 done
 ! grep -E '%|unpacking' log || fail 'the progress is in the log'
 for name in large hole; do
@@ -430,8 +430,8 @@ if [ "$(id -u)" = 0 ]; then
     rm .app.lock
 fi
 
-# Signals in the middle. Before the signal, a second installer of the same target is refused, but not one
-# of another target, nor if a process has locked the parent directory.
+# Signals in the middle. Before the signal, a second installer of the same target is refused; one of another
+# target is not, even if a process has locked the parent directory.
 archive file sub/link
 for signal in INT TERM HUP; do
     start
@@ -512,7 +512,7 @@ refused "the file system cannot exchange directories: $scratch/app: Invalid argu
 run 1 "cannot lock $scratch/.app.lock: No locks available (example_installer::run)" "${shim[@]}" NO_LOCKS=
 rm .app.lock
 input 'install_dir = fresh/app'
-run 1 "cannot replace $scratch/fresh: Directory not empty (example_installer::run)" "${shim[@]}" "CREATE_PARENT=$scratch/fresh"
+run 1 "cannot create, replace or remove $scratch/fresh: Directory not empty (example_installer::run)" "${shim[@]}" "CREATE_PARENT=$scratch/fresh"
 [ -e fresh/other ] || fail 'the new directory of another process was replaced'
 input
 previous
