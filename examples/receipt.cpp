@@ -152,7 +152,7 @@ std::map<std::string, std::string> remove_listed(std::string const& directory,
             why = remove_entry(tree.get(), entry, path, receipt);
         } catch (std::system_error const& error) {
             why = error.code().message();
-            ::fts_set(tree.get(), entry, FTS_SKIP);
+            ::fts_set(tree.get(), entry, FTS_SKIP);  // It may be a mount point.
         }
         if (!why.empty()) {
             kept[path] = why;

@@ -40,7 +40,7 @@ private:
     Sha256 digest_;
 };
 
-/// Returns the receipt in \p directory; without products if there is none.
+/// Returns the receipt in \p directory, or an empty one if the directory contains none.
 /// \throws std::runtime_error if it is damaged, std::system_error if it cannot be opened
 Receipt read_receipt(std::string const& directory);
 

@@ -276,6 +276,8 @@ input 'install_dir = app'
 status=0
 (cd $'latin\xe9' && "${example[@]}" "$scratch/input" "$scratch/log") >output 2>&1 || status=$?
 [ "$status" = 1 ] && grep -qF "target: $scratch/latin"$'\xEF\xBF\xBD/app' log || fail "status $status in a directory of another encoding"
+(cd $'latin\xe9' && ! TMPDIR=$scratch "${example[@]}" "$scratch/input" log) >output 2>&1
+grep -qF 'example_installer: log: text is not UTF-8' output || fail 'the log is not named'
 input
 
 # Receipts that are refused.

@@ -318,8 +318,8 @@ TEST_F(Process, KeepsItsEntriesWhenItIsKilled) {
         }));
     }
     for (std::size_t writer = 0; writer != writers.size(); ++writer) {
-        while (counts[writer] < 50) {
-            ASSERT_EQ(::waitpid(writers[writer], nullptr, WNOHANG), 0) << "died early";
+        // Ends if a writer dies early; its status is then missing below.
+        while (counts[writer] < 50 && ::waitpid(writers[writer], nullptr, WNOHANG) == 0) {
             std::this_thread::yield();
         }
         ::kill(writers[writer], SIGKILL);
