@@ -168,7 +168,9 @@ TEST_F(Process, ForksAfterASecondWhileSinksAreBlocked) {
     EXPECT_THAT(messages(path("log")), ElementsAre("entry"));
 }
 
-TEST_F(Process, ForksAChildThatCanLog) {
+// Not run with AddressSanitizer or qemu: both lock mutexes of their own that they do not release in
+// the child if another thread holds them during the fork.
+TEST_F(Process, ForksBesideBusyThreads) {
     auto const child = [this] {
         // Never destroyed: the process exits while its threads run.
         [[maybe_unused]] auto const* const threads = new std::vector(startBusyThreads(name("log")));
