@@ -103,7 +103,8 @@ bool add(std::string const& name, void (*reader)(benchmark::State&, std::string 
     char const* const chinese = "/opt/应用程序/基础工具/的值/";
     benchmark::RegisterBenchmark((name + "/ascii").c_str(), reader, ascii)->Arg(60);
     benchmark::RegisterBenchmark((name + "/chinese").c_str(), reader, chinese)->Arg(2'000);
-    // A fixed number of iterations, because only the first one requests memory from the system.
+    // A fixed number of iterations, because the first requests memory from the system: its weight
+    // must not vary.
     benchmark::RegisterBenchmark((name + "/ascii").c_str(), reader, ascii)
         ->Arg(200'000)
         ->Iterations(iterations_of_large_files);

@@ -50,7 +50,7 @@ private:
         boost::make_shared<log::sinks::synchronous_sink<Backend>>(boost::make_shared<Backend>());
 };
 
-/// Runs \p operation with the mask of \p channel that is the benchmark's argument.
+/// Runs \p operation with the benchmark's argument as the mask of \p channel.
 template <typename Operation>
 void with_records(benchmark::State& state, char const* channel, Operation operation) {
     DroppingSink const sink(channel, static_cast<unsigned>(state.range(0)));

@@ -89,7 +89,7 @@ ROWS = [
     Row("`append_message`, UTF-16", "open + write + close", "append_message_utf16", "floor_line"),
     itself("`append_message`, 1 KiB", "44 characters", "append_message_of_size/1024", "append_message"),
     itself("`append_message`, 64 KiB", "44 characters", "append_message_of_size/65536", "append_message"),
-    Row("`append_message`, fallback", "effective user, open, status, write, close", "append_message_fallback",
+    Row("`append_message`, fallback", "geteuid + open + fstat + write + close", "append_message_fallback",
         "floor_fallback", 1.3),
     *(row for count in (1, 2, 4, 8, 16) for row in thread_rows(count)),
     Row("`append_file`, 32 MiB", "read whole + write whole", "append_file/32", "floor_copy/32", 4),
@@ -140,7 +140,7 @@ class Results:
                 self._counters[name, counter] = run[counter]
 
     def ratios(self) -> list[tuple[Row, float]]:
-        """Returns the rows for which both benchmarks ran, with their ratios."""
+        """Returns the rows whose two operations were both measured, with their ratios."""
         def median(name: str) -> float:
             return statistics.median(self._times[name])
 
@@ -236,7 +236,7 @@ def main() -> None:
 
     results = Results(arguments.results)
     if not results.ratios() and not results.counters():
-        print("The table has no row for which both benchmarks ran.")
+        print("No operation was measured together with what it is measured against.")
         return
     print(table(results), end="")
     arguments.picture.write_text(picture(results.ratios()), encoding="utf-8")

@@ -31,8 +31,8 @@ install(FILES
   COMPONENT install_cpputil_development)
 
 # The paths in the pkg-config file are relative to the file, because the tree may be installed under another
-# prefix than the configured one, or moved. In /usr, they are absolute: as -isystem, /usr/lib/../include would
-# precede the compiler's own directories and break its headers.
+# prefix than the configured one, or moved. In /usr, they are absolute, so that pkg-config omits /usr/include:
+# given as -isystem, it would precede the compiler's own directories and break its headers.
 set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   set(pkgconfig_prefix "${CMAKE_INSTALL_PREFIX}")

@@ -54,8 +54,9 @@ constexpr auto const* help =
     "\n"
     "INPUT_FILE, of at most 1 MiB, contains these lines:\n"
     "  install_dir = DIRECTORY   where to install\n"
-    "  product_dir = DIRECTORY   contains NAME.tar.zst or NAME.tar.gz of each product, and the\n"
-    "                            output of sha256sum for it in its name plus \".sha256\"\n"
+    "  product_dir = DIRECTORY   contains NAME.tar.zst or NAME.tar.gz for each product, and next\n"
+    "                            to it the output of sha256sum in NAME.tar.zst.sha256\n"
+    "                            or NAME.tar.gz.sha256\n"
     "  version = NUMBERS         the version of the products, e.g. 1.10.0\n"
     "  overwrite = yes|no        whether to replace an installation (default: no)\n"
     "  greeting = TEXT           shown at the beginning (default: none)\n"
@@ -63,7 +64,7 @@ constexpr auto const* help =
     "\n"
     "Exit status: 0 finished, 1 failed, 2 wrong command line, 130 stopped by a signal.\n";
 
-/// Returns why the command line is refused, or an empty string. Changes no file.
+/// Returns why the command line is rejected, or an empty string. Changes no file.
 std::string find_mistake(bool uninstall, std::vector<std::string> const& files) {
     for (auto const& file : files) {
         if (file.empty() || file[0] == '-') {
@@ -74,13 +75,13 @@ std::string find_mistake(bool uninstall, std::vector<std::string> const& files) 
         return "two arguments are expected; see --help";
     }
     std::error_code ignored;
-    // Reading a pipe or a large file could not be stopped.
+    // Ctrl-C could not stop reading a pipe or a large file.
     if (!uninstall &&
         (!fs::is_regular_file(files[0], ignored) || fs::file_size(files[0], ignored) > 1 << 20)) {
         return "the input file is missing, not a regular file, or larger than 1 MiB: " + files[0];
     }
     if (fs::equivalent(files[0], files[1], ignored)) {
-        return "the log cannot be the same file: " + files[1];
+        return "both arguments name the same file: " + files[1];
     }
     auto const first = fs::is_regular_file(files[1], ignored) ? std::ifstream(files[1]).get() : EOF;
     return first == EOF || first == '('
@@ -129,7 +130,7 @@ struct Plan {
     std::map<std::string, fs::path> archives;  ///< by the product's name
 };
 
-/// Returns the directory of an installation. Refuses a directory that contains any of \p others. In
+/// Returns the directory of an installation. Rejects a directory that contains any of \p others. In
 /// the sandbox workflow, the directory "sandbox" next to the marker is prepended.
 fs::path find_target(std::string const& install_dir, std::vector<fs::path> const& others) {
     // A path that ends in "/" would have an empty file name.
@@ -234,7 +235,7 @@ void install(Plan const& plan) {
     Installation installation(plan.target);
     auto const previous = installation.prepare();
     require(plan.overwrite || previous.products.empty(), "E106",
-            "overwrite is not yes, but products are installed in " + plan.target.string());
+            "set overwrite = yes to replace the products in " + plan.target.string());
     for (auto const& [name, version] : previous.products) {
         auto const order = VersionComparator().compareVersionNumbers(
             TextConversion::fromUtf8(version), TextConversion::fromUtf8(plan.version));
@@ -288,7 +289,7 @@ int run(bool is_uninstallation, std::string const& subject, std::string const& l
         log.emplace(log_file);
         file.clear();
         if (::geteuid() == 0) {
-            ::umask(022);  // Everyone can use the installation. The log exists already.
+            ::umask(022);  // Everyone can use the installation. The existing log keeps its mode.
         }
         if (is_uninstallation) {
             uninstall(find_target(subject, {log_file}));

@@ -122,7 +122,7 @@ void Installation::createWork() {
     work_ = std::move(work);
 }
 
-/// Refuses a target that cannot be moved or exchanged.
+/// Rejects a target that cannot be moved or exchanged.
 void Installation::probe() const {
     fs::create_directories("a/entry");
     fs::create_directory("b");

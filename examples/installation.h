@@ -20,10 +20,10 @@ void say(std::string const& text);
 void require(bool valid, char const* code, std::string const& why,
              char const* function = __builtin_FUNCTION());
 
-/// A directory to install to, and a work directory next to it. Create at most one object in a
-/// process, because it changes the current directory: relative names stay correct even if another
-/// user renames entries of the parent directory. That user can neither enter the work directory nor
-/// move it to another parent, so ".." stays valid.
+/// A directory to install to, and a work directory next to it. An object changes the current
+/// directory, so create at most one in a process. Relative names stay correct even if another user
+/// renames entries of the parent directory: that user can neither enter the work directory nor move
+/// it to another parent, so ".." stays valid.
 class Installation {
 public:
     explicit Installation(std::filesystem::path const& target);
@@ -33,7 +33,7 @@ public:
     ~Installation();
 
     /// Excludes other installers of the target until the object is destroyed, and creates the work
-    /// directory. Refuses a target that could not be moved or exchanged. Returns the receipt of the
+    /// directory. Rejects a target that could not be moved or exchanged. Returns the receipt of the
     /// target; an empty one if the target is empty or missing.
     Receipt prepare();
 

@@ -123,7 +123,7 @@ ProductArchive::ProductArchive(fs::path path) : path_(std::move(path)) {
         size_ += entry_size + static_cast<std::uintmax_t>(archive_entry_size(entry));
     }
     if (size_ == 0) {
-        refuse("the archive has no entries");
+        reject("the archive has no entries");
     }
 }
 
@@ -132,16 +132,16 @@ void ProductArchive::verify() const {
     std::string line;
     // Other kinds of files could block the process.
     if (!fs::is_regular_file(list) || !std::getline(std::ifstream(list), line)) {
-        refuse("the digest file cannot be read: " + list);
+        reject("the digest file cannot be read: " + list);
     }
     constexpr std::size_t digits = 64;
     auto const name = line.size() > digits + 2 ? fs::path(line.substr(digits + 2)) : fs::path();
     if (name.filename() != path_.filename()) {
-        refuse("the first line of " + list + " is not the output of sha256sum for it");
+        reject("the first line of " + list + " is not the output of sha256sum for the archive");
     }
     auto const stop = [this] { interrupt::throw_if_set("verifying " + path_.string()); };
     if (line.substr(0, digits) != Sha256().update(file_, path_.string(), stop).hex()) {
-        refuse("the archive is damaged: its SHA-256 differs");
+        reject("the archive is damaged: its SHA-256 differs");
     }
 }
 
@@ -170,30 +170,30 @@ archive_entry* ProductArchive::nextEntry(Handle const& reader) {
     check(reader, result);
     auto const* const name = archive_entry_pathname_utf8(entry);
     if (name == nullptr || printable(name) != name) {
-        refuse("its name is not UTF-8 or has control characters");
+        reject("its name is not UTF-8 or has control characters");
     }
     entry_ = fs::path(name + std::string("/.")).lexically_normal().parent_path();
     checkEntry(entry);
     return entry;
 }
 
-/// Refuses, before anything is unpacked, names outside the installation, entries that are neither
+/// Rejects, before anything is unpacked, names outside the installation, entries that are neither
 /// files, directories nor links, and symbolic links that could lead out of the installation.
 void ProductArchive::checkEntry(archive_entry* entry) const {
     auto const type = archive_entry_filetype(entry);
     auto const* const hard_link = hard_link_target(entry);
     auto const* const target = archive_entry_symlink_utf8(entry);
     if (!is_inside(entry_) || (hard_link != nullptr && !is_inside(hard_link))) {
-        refuse("a name outside the installation");
+        reject("a name outside the installation");
     }
     // A hard link with content would overwrite an earlier file.
     if (hard_link != nullptr ? archive_entry_size(entry) > 0
                              : type != AE_IFREG && type != AE_IFDIR && type != AE_IFLNK) {
-        refuse("not a file, a directory, a symbolic link or a hard link");
+        reject("not a file, a directory, a symbolic link or a hard link");
     }
     if (hard_link == nullptr && type == AE_IFLNK &&
         leads_out(entry_, target == nullptr ? "" : target)) {
-        refuse("a symbolic link that leads out of the installation");
+        reject("a symbolic link that leads out of the installation");
     }
 }
 
@@ -208,7 +208,7 @@ void ProductArchive::unpack(Unpacked const& unpacked, Progress const& progress) 
         unpackEntry(reader, disk, entry, unpacked, progress);
         progress(entry_size);
         diagnostics.write(Severity::changes, {"unpacked ", entry_});
-        // For tests of a run that is stopped here; to be removed in a copy.
+        // Lets tests stop a run here; remove it from a copy.
         interrupt::test::pause_and_throw_if_set("EXAMPLE_INSTALLER_PAUSE");
     }
     check(disk, archive_write_close(disk.get()));
@@ -220,10 +220,10 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
     std::error_code error;
     auto const existing = fs::symlink_status(entry_.empty() ? "." : entry_, error);
     if (existing.type() == fs::file_type::none) {
-        refuse(error.message());
+        reject(error.message());
     }
     if (fs::exists(existing) && !(is_directory && fs::is_directory(existing))) {
-        refuse("the installation already has an entry of this name");
+        reject("the installation already has an entry of this name");
     }
     if (is_directory) {
         // Without these permissions, its owner could not replace the installation later.
@@ -232,7 +232,7 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
     // In another directory, a hard link to a symbolic link could lead to another target.
     auto const* const hard_link = hard_link_target(entry);
     if (hard_link != nullptr && !fs::is_regular_file(fs::symlink_status(hard_link, error))) {
-        refuse("a hard link to something other than an unpacked file");
+        reject("a hard link to something other than an unpacked file");
     }
     check(disk, archive_write_header(disk.get(), entry));
     auto digest = unpackContent(reader, disk, entry, progress);
@@ -243,7 +243,7 @@ void ProductArchive::unpackEntry(Handle const& reader, Handle const& disk, archi
     } else if (hard_link != nullptr) {
         Descriptor const file(::open(hard_link, O_RDONLY | O_CLOEXEC));
         if (file.get() < 0) {
-            refuse("a hard link to a file that cannot be read");
+            reject("a hard link to a file that cannot be read");
         }
         digest.update(file, entry_, [this] { interrupt::throw_if_set("reading " + entry_); });
     }
@@ -296,10 +296,10 @@ void ProductArchive::check(Handle const& handle, int result, char const* functio
     if (code > 0 && code != EILSEQ) {  // libarchive reports a malformed archive as EILSEQ.
         why += ": " + std::generic_category().message(code);
     }
-    refuse(why, function);
+    reject(why, function);
 }
 
-void ProductArchive::refuse(std::string const& why, char const* function) const {
+void ProductArchive::reject(std::string const& why, char const* function) const {
     auto const place = path_.string() + ": " + (entry_.empty() ? "" : entry_ + ": ");
     throw InstallerException("E300", "Nothing was changed.", place + why,
                              createLocation("ProductArchive", function));

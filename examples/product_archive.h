@@ -69,20 +69,21 @@ std::string printable(std::string const& text);
 /// The archive NAME.tar.zst or NAME.tar.gz of a product. Warnings of libarchive are errors, because
 /// an installation must be complete.
 ///
-/// Functions throw InstallerException if the archive is refused, std::system_error if a system call
-/// fails, and interrupt::Exception if the flag is raised. They write a record for each unpacked
-/// entry to the diagnostic channel "product_archive".
+/// Functions throw InstallerException if the archive is rejected or libarchive fails, e.g. because
+/// the disk is full, std::system_error if another system call fails, and interrupt::Exception if
+/// the flag is raised. They write a record for each unpacked entry to the diagnostic channel
+/// "product_archive".
 class ProductArchive {
 public:
     /// Called with the number of bytes of `size()` that were unpacked since the previous call.
     using Progress = std::function<void(std::uintmax_t)>;
     /// Called for each file and symbolic link, with "file" or "link", the digest of the content or
-    /// of the link's target, and the path.
+    /// of the path that the link contains, and the path of the entry.
     using Unpacked = std::function<void(std::string const& kind, std::string const& digest,
                                         std::string const& path)>;
 
     /// Opens \p path, compares its digest with the file PATH.sha256, which `sha256sum` writes, and
-    /// then checks all names and links in it. Later changes of the name \p path have no effect.
+    /// then checks all names and links in it. Renaming or replacing \p path later has no effect.
     explicit ProductArchive(std::filesystem::path path);
 
     /// Returns the disk space that the entries may need, in bytes.
@@ -105,11 +106,11 @@ private:
     Sha256 unpackContent(Handle const& reader, Handle const& disk, archive_entry* entry,
                          Progress const& progress) const;
     void check(Handle const& handle, int result, char const* function = __builtin_FUNCTION()) const;
-    [[noreturn]] void refuse(std::string const& why,
+    [[noreturn]] void reject(std::string const& why,
                              char const* function = __builtin_FUNCTION()) const;
 
     std::filesystem::path path_;
     Descriptor file_;
     std::uintmax_t size_ = 0;
-    std::string entry_;  ///< the current entry's path, for messages; normal and relative
+    std::string entry_;  ///< the current entry's normalised path, or "entry N" before it is known
 };

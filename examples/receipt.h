@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The receipt of an installation: what it consists of, in a file inside it. It distinguishes the
+/// The receipt of an installation: a file inside it that lists its content. It distinguishes the
 /// installer's files from those that the user has added or changed since.
 ///
 ///     file 2c26b46b68ffc68ff99b453c1d30413413422d706483bfa0f98a5e886266e7ae bin/tool
@@ -9,7 +9,7 @@
 ///     product 1.10 Base Tools
 ///     sha256 ...
 ///
-/// The digest of a link is that of its target. The last line is the digest of the others.
+/// The digest of a link is that of its target's path. The last line is the digest of the others.
 
 #include <fstream>
 #include <map>
@@ -26,7 +26,7 @@ struct Receipt {
 };
 
 /// Writes the receipt into the current directory. The constructor creates the file, so that an
-/// archive that contains this name is refused.
+/// archive that contains this name is rejected.
 class ReceiptWriter {
 public:
     /// Adds the version of a "product", or the digest of a "file" or "link". \p name must not

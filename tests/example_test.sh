@@ -42,7 +42,8 @@ run() {
     local status=0
     rm -f log
     "${@:3}" "${example[@]}" "${arguments[@]}" >output 2>&1 || status=$?
-    [ "$status" = "$1" ] && grep -qF -- "$2" log || fail "status $status, not status $1 and: $2"
+    [ "$status" = "$1" ] && grep -qF -- "$2" log ||
+        fail "exit status $status; expected $1, and in the log: $2"
 }
 
 # installed CONTENT: checks that the installed file has the CONTENT and that no work directory or lock is left.
@@ -51,9 +52,9 @@ installed() {
     [ -z "$(find . -maxdepth 1 -name '.*.*')" ] || fail 'a work directory or a lock is left'
 }
 
-# refused TEXT [COMMAND...]: runs the installer, and checks that it fails, prints and logs the TEXT,
+# rejected TEXT [COMMAND...]: runs the installer, and checks that it fails, prints and logs the TEXT,
 # and does not change the previous installation.
-refused() {
+rejected() {
     previous
     run 1 "$@"
     grep -qF -- "$1" output || fail "not shown: $1"
@@ -82,7 +83,7 @@ previous() {
 start() {
     previous
     rm -f log output
-    # The shell ignores SIGINT in background processes.
+    # The shell starts background processes with SIGINT ignored.
     EXAMPLE_INSTALLER_PAUSE='' env --default-signal "${example[@]}" --verbose input log >output 2>&1 &
     wait_for grep -q 'unpacked file' output
     work=$(echo .app.work-??????)
@@ -215,7 +216,8 @@ while IFS='|' read -r expected text line; do
     rm -f log
     status=0
     eval "timeout 20 ${example[*]@Q} $line" >output 2>&1 || status=$?
-    [ "$status" = "$expected" ] && grep -qF -- "$text" output || fail "status $status, not $expected and: $text"
+    [ "$status" = "$expected" ] && grep -qF -- "$text" output ||
+        fail "exit status $status; expected $expected, and in the output: $text"
     [ ! -e log ] && [ "$(cat text)" = 'a text' ] || fail "a file was written: $line"
 done <<'EOF_LINES'
 0|usage: example_installer|--help
@@ -225,18 +227,18 @@ done <<'EOF_LINES'
 2|the input file is missing, not a regular file, or larger than 1 MiB: pipe|pipe log
 2|larger than 1 MiB: /dev/fd/63|/dev/fd/63 log 63< <(cat input)
 2|larger than 1 MiB: large|large log
-2|the log cannot be the same file: ./input|input ./input
+2|both arguments name the same file: ./input|input ./input
 2|an existing file is not a log: text (are the arguments swapped?)|input text
 2|1 MiB: none�|$'none\xff' log
 EOF_LINES
 
-# Inputs that are refused: the text of the refusal, and the lines of the input file.
+# Inputs that are rejected: the text of the message, and the lines of the input file.
 rm -f dangling && ln -s nowhere dangling
 mkdir -p home/documents
 touch home/documents/letter
 while IFS='|' read -r text lines; do
     input "${lines//;/$'\n'}"
-    refused "$text"
+    rejected "$text"
 done <<EOF_INPUTS
 E100: Nothing was changed. input: no install_dir (example_installer::make_plan)|install_dir =
 no product_dir|product_dir =
@@ -251,24 +253,24 @@ E104: Nothing was changed. input: install_dir must not contain $scratch/products
 E107: Nothing was changed. input: the name of a product contains '/' or a control|product./none/Basic_Tools
 E108: Nothing was changed. input: unknown key: products|products.Basic_Tools
 unknown key: overwirte|overwirte = no
-E106: Nothing was changed. overwrite is not yes, but products are installed in $scratch/app|overwrite = No
+E106: Nothing was changed. set overwrite = yes to replace the products in $scratch/app|overwrite = No
 input: key='overwrite' value='' rule='boolval' (example_installer::run)|overwrite =
 E109: Nothing was changed. input: product Basic Tool: no Basic_Tool.tar.zst or Basic_Tool.tar.gz in $scratch/products|product.Basic_Tool
 EOF_INPUTS
 printf 'version = 1\ninstall_dir = app\nproduct_dir = products\n' >input
-refused 'input: no product (example_installer::make_plan)'
+rejected 'input: no product (example_installer::make_plan)'
 input 'greeting = '$'\xe9'
-refused 'input: '
+rejected 'input: '
 input
 cp input $'in\xe9put'
 arguments=($'in\xe9put' log)
-refused "in"$'\xEF\xBF\xBD'"put: text is not UTF-8"
+rejected "in"$'\xEF\xBF\xBD'"put: text is not UTF-8"
 arguments=(input log)
 for names in 'input app/log' 'app/input log'; do
     previous
     cp input app
     ! "${example[@]}" $names >output 2>&1 || fail "replaced together with one of: $names"
-    grep -qF 'install_dir must not contain' output || fail "not refused: $names"
+    grep -qF 'install_dir must not contain' output || fail "not rejected: $names"
     [ -e app/input ] || fail "replaced: $names"
 done
 mkdir $'latin\xe9'
@@ -280,7 +282,7 @@ status=0
 grep -qF 'example_installer: log: text is not UTF-8' output || fail 'the log is not named'
 input
 
-# Receipts that are refused.
+# Receipts that are rejected.
 while IFS='|' read -r text command; do
     previous
     eval "$command app/.receipt"
@@ -296,7 +298,7 @@ the receipt is damaged:|rm app/.receipt && mkfifo
 cannot open|ln -sf ../template/.receipt
 EOF_RECEIPTS
 
-# Archives that are refused: the text of the refusal, and the arguments of tar.
+# Archives that are rejected: the text of the message, and the arguments of tar.
 ln -s sub content/inside
 ln -s /etc content/absolute
 ln -s .. content/sub/top
@@ -314,7 +316,7 @@ outside='a name outside the installation'
 long=$(printf '%0300d' 0)
 while IFS='|' read -r text arguments_of_tar; do
     eval "archive $arguments_of_tar"
-    refused "E300: Nothing was changed. $scratch/products/Basic_Tools.tar.gz: $text"
+    rejected "E300: Nothing was changed. $scratch/products/Basic_Tools.tar.gz: $text"
 done <<EOF_ARCHIVES
 ../../file: $outside (ProductArchive::checkEntry)|-P --transform 's|^|../../|' file
 /file: $outside|-P --transform 's|^|/|' file
@@ -357,17 +359,17 @@ for ((i = 0; i < 60; ++i)); do
     byte=$(od -An -tu1 -j $offset -N 1 whole)
     cp whole $gzip
     printf "\\x$(printf %x $((byte ^ 1 << i % 8)))" | dd of=$gzip bs=1 seek=$offset conv=notrunc status=none
-    refused "$scratch/$gzip: the archive is damaged"
+    rejected "$scratch/$gzip: the archive is damaged"
 done
 head -c $((size / 2)) whole >$gzip
-refused "$scratch/$gzip: the archive is damaged"
+rejected "$scratch/$gzip: the archive is damaged"
 : >$gzip
-refused "input: key='product.Basic_Tools' value='$scratch/$gzip' rule='rfile'"
+rejected "input: key='product.Basic_Tools' value='$scratch/$gzip' rule='rfile'"
 cp whole $gzip
 sed -i 's/Basic/Other/' $gzip.sha256
-refused "the first line of $scratch/$gzip.sha256 is not the output of sha256sum"
+rejected "the first line of $scratch/$gzip.sha256 is not the output of sha256sum"
 rm $gzip.sha256
-refused "the digest file cannot be read: $scratch/$gzip.sha256"
+rejected "the digest file cannot be read: $scratch/$gzip.sha256"
 
 # Two archives in one file: all entries are installed.
 archive file
@@ -379,12 +381,12 @@ run 0 'installation finished'
 [ "$(cat app/file app/sub/Wörld)" = $'second\ntool' ] || fail 'only one of two archives is installed'
 printf 'not an archive\n' >$gzip
 digest Basic_Tools.tar.gz
-refused "$scratch/$gzip: "
+rejected "$scratch/$gzip: "
 
 # A full disk: simulated by a limit on the size of files, and by a small file system. Mount points are neither
 # replaced nor entered. An ordinary user mounts in a user namespace, which the system must allow.
 archive file large
-refused 'large: Write failed: File too large (ProductArchive::' bash -c 'ulimit -f 8000 && exec "$@"' -
+rejected 'large: Write failed: File too large (ProductArchive::' bash -c 'ulimit -f 8000 && exec "$@"' -
 mounted() {
     mount -t tmpfs -o size=64k none disk
     if [ "$1" = inside ]; then
@@ -432,7 +434,7 @@ if [ "$(id -u)" = 0 ]; then
     rm .app.lock
 fi
 
-# Signals in the middle. Before the signal, a second installer of the same target is refused; one of another
+# Signals while unpacking. Before the signal, a second installer of the same target is rejected; one of another
 # target is not, even if a process has locked the parent directory.
 archive file sub/link
 for signal in INT TERM HUP; do
@@ -451,7 +453,7 @@ for signal in INT TERM HUP; do
     installed previous
 done
 
-# An installer that is killed in the middle, and the next installation, which names what is left.
+# An installer that is killed while unpacking, and the next installation, which names what is left.
 start
 kill -KILL %%
 wait %% 2>/dev/null || true
@@ -510,7 +512,7 @@ int syncfs(int descriptor) {
 EOF_SHIM
 ${CC:-cc} -shared -fPIC -o shim.so shim.c -ldl
 shim=(env LD_PRELOAD="$scratch/shim.so" ASAN_OPTIONS=verify_asan_link_order=0)
-refused "the file system cannot exchange directories: $scratch/app: Invalid argument" "${shim[@]}" NO_EXCHANGE=
+rejected "the file system cannot exchange directories: $scratch/app: Invalid argument" "${shim[@]}" NO_EXCHANGE=
 run 1 "cannot lock $scratch/.app.lock: No locks available (example_installer::run)" "${shim[@]}" NO_LOCKS=
 rm .app.lock
 input 'install_dir = fresh/app'

@@ -145,7 +145,7 @@ TEST_F(ConcurrentChanges, AreAtomic) {
     }
 }
 
-// A path that refers to the log's own state changes while another thread sets a destination.
+// An argument that refers to the log's state may change while another thread sets a destination.
 TEST_F(ConcurrentChanges, AllowPathsOfTheLogAsArguments) {
     auto const repeat = [](auto const& use) {
         for (int count = 0; count != 500; ++count) {
@@ -164,7 +164,7 @@ TEST_F(ConcurrentChanges, AllowPathsOfTheLogAsArguments) {
     repeat(copy);
 }
 
-TEST_F(ConcurrentChanges, BlockQueriesDuringAnEntry) {
+TEST_F(LogDestination, IsReturnedAfterTheEntryInProgress) {
     Logger const log(name("dir/log"));
     fs::remove_all(path("dir"));
     for (auto* const query : {get_destination, get_last_destination}) {

@@ -71,7 +71,7 @@ TEST_F(LogEntries, RejectMalformedText) {
     EXPECT_THAT(records(), ElementsAre("4: line=good", "4: line=\xC3("));
 }
 
-TEST_F(LogEntries, AreWrittenOnceByEveryThread) {
+TEST_F(LogEntries, AreWrittenOnceWhileTheDestinationChanges) {
     constexpr int threads = 8, count = 10'000;
     std::atomic<int> running = threads;
     std::vector<std::thread> writers;

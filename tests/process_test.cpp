@@ -17,8 +17,8 @@
 
 namespace {
 
-/// Set in a child that exits while threads run, or that was forked without its parent's threads:
-/// their memory cannot be freed.
+/// Set in a child that exits while its threads run, or that was forked while its parent's threads
+/// ran: the memory of these threads cannot be freed.
 bool has_leaks = false;
 
 }  // namespace

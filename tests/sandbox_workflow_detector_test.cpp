@@ -18,7 +18,7 @@ protected:
     SandboxWorkflowDetector const detector_;
 };
 
-TEST_F(SandboxWorkflow, IsDetectedByAnEntryAboveTheInstallationRoot) {
+TEST_F(SandboxWorkflow, IsDetectedByAnEntryNextToTheInstallationRoot) {
     write_file(directory_ / "parent/root/qx_anchor", "");
     write_file(directory_ / "qx_anchor", "");
     EXPECT_FALSE(detector_.isSandboxWorkflow());

@@ -23,8 +23,8 @@ extern "C" bool use_library(char const* log) {
     return fresh && InputFileParser().parse(u"/dev/null").empty();
 }
 
-/// Appends \p message to the log and enables a channel.
-extern "C" void log_and_enable(char const* message) {
+/// Appends \p message to the log and disables a channel.
+extern "C" void log_and_disable(char const* message) {
     logger::append_message(std::string(message));
     DiagnosticChannel::setEnabledSeverities("install::cpputil::interrupt", 0);
 }
@@ -32,7 +32,7 @@ extern "C" void log_and_enable(char const* message) {
 /// Calls services after the library's destructors have run. Returns whether the log has no
 /// destination.
 extern "C" bool use_library_after_exit(char const* log) {
-    log_and_enable("too late");
+    log_and_disable("too late");
     logger::Logger const too_late(std::string(log) + ".new");
     logger::append_file(std::string(log));
     interrupt::set();

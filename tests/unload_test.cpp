@@ -58,7 +58,7 @@ TEST(Library, CanBeUsedInForkHandlersRegisteredBeforeItIsLoaded) {
     auto const plugin = load_plugin();
     find<bool>(plugin, "use_library")(log.c_str());
     auto const size = fs::file_size(log);
-    use = find<void>(plugin, "log_and_enable");
+    use = find<void>(plugin, "log_and_disable");
     EXPECT_EQ(status_of(start_child([] {})), 0);
     use = nullptr;
     auto const size_of_entry = std::string("(Nov 16, 2026 17:22:45) fork\n").size();

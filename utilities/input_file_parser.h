@@ -59,8 +59,9 @@ using PropertyMap = std::map<std::u16string, PropertyValue>;
 /// A file with n product lines whose keys all differ results in n lists with n²/2 names in total:
 /// 247 KiB of such lines need more than 6 GiB of memory. Limit the size of untrusted files.
 ///
-/// `getUserInputsFromFile` and `parse` write every input line to the diagnostic channel
-/// "install::cpputil::InputFileParser", with severity `details`: " line=" and the line.
+/// `getUserInputsFromFile` and `parse` write every line that is neither empty nor a comment to the
+/// diagnostic channel "install::cpputil::InputFileParser", with severity `details`: " line=" and
+/// the trimmed line.
 ///
 /// \par Thread safety
 ///     Objects have no state: any number of threads may use one object or several at once. A call

@@ -53,7 +53,7 @@ INSTALL_CPPUTIL_EXPORT extern std::u16string const reset_destination_message;
 /// destination, and destroying any of them unsets it, even if an earlier one still exists.
 ///
 /// Choose the destination with care:
-/// - Do not put it into a directory where other users can create entries: they could plant a link
+/// - Do not put it into a directory where other users can create files: they could plant a link
 ///   or a pipe. The umask determines who can read it. It may contain passwords from copied input
 ///   files.
 /// - A relative path is opened relative to the current directory, which `chdir` changes.
@@ -144,8 +144,8 @@ INSTALL_CPPUTIL_EXPORT Path const& get_destination();
 namespace detail {
 
 /// Returns the most recently unset destination. The path is empty if no destination has been unset
-/// since the library was loaded or `forget_last_destination` was called. The reference is valid
-/// like that of `get_destination`.
+/// since the library was loaded or `forget_last_destination` was called. The rules of
+/// `get_destination` about its reference apply here, too.
 INSTALL_CPPUTIL_EXPORT Path const& get_last_destination();
 
 /// Forgets the most recently unset destination. Does not change the current one.

@@ -97,7 +97,7 @@ public:
     explicit OutputFileStream(Path const& path);
 
     /// Opens a private file of the effective user in a directory where other users can create
-    /// entries. Creates a missing file with mode 0600. If \p path is not a regular file with one
+    /// files. Creates a missing file with mode 0600. If \p path is not a regular file with one
     /// link that belongs to the user, in particular if it is a symbolic link, the stream is not
     /// open.
     static OutputFileStream openPrivate(Path const& path);
