@@ -51,7 +51,7 @@ bool leads_out(fs::path const& name, fs::path const& target) {
 /// Returns the target of a hard link, or null if the entry is something else.
 char const* hard_link_target(archive_entry* entry) {
     auto const* const utf8 = archive_entry_hardlink_utf8(entry);
-    // Also null if the target is not UTF-8.
+    // `utf8` is also null if the target is not UTF-8.
     return utf8 != nullptr ? utf8 : archive_entry_hardlink(entry);
 }
 

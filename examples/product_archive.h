@@ -69,9 +69,9 @@ std::string printable(std::string const& text);
 /// The archive NAME.tar.zst or NAME.tar.gz of a product. Warnings of libarchive are errors, because
 /// an installation must be complete.
 ///
-/// Functions throw InstallerException if the archive is rejected or libarchive fails, e.g. because
-/// the disk is full, std::system_error if another system call fails, and interrupt::Exception if
-/// the flag is raised. They write a record for each unpacked entry to the diagnostic channel
+/// Functions throw InstallerException if the archive is rejected or libarchive fails (e.g. on a
+/// full disk), std::system_error if another system call fails, and interrupt::Exception if the flag
+/// is raised. They write a record for each unpacked entry to the diagnostic channel
 /// "product_archive".
 class ProductArchive {
 public:

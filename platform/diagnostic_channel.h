@@ -46,7 +46,7 @@ public:
     /// (the word true or false).
     using Piece = std::variant<std::string_view, std::u16string_view, bool>;
 
-    /// Creates a disabled channel. Channels of the same name are enabled and disabled together.
+    /// Creates a disabled channel, even if another channel of this name is enabled.
     explicit DiagnosticChannel(std::string name);
     DiagnosticChannel(DiagnosticChannel const&) = delete;
     DiagnosticChannel& operator=(DiagnosticChannel const&) = delete;

@@ -17,8 +17,8 @@ namespace {
 
 constexpr char16_t separator = u'/';
 
-/// The directory that the installer set; empty while it has set none.
 constinit LibraryMutex install_root_mutex(LibraryMutex::Rank::install_root);
+/// The directory that the installer set; empty while it has set none.
 constinit Guarded<Path> install_root(install_root_mutex);
 Guarded<Path>::Lifetime const install_root_lifetime(install_root);
 

@@ -34,7 +34,7 @@ public:
     /// have no parent; for them, the result is empty.
     static std::u16string parentPath(std::u16string const& path);
 
-    /// Returns \p path in the form that the system expects: `Path(path).string()`.
+    /// Returns \p path with each run of "/" reduced to one: `Path(path).string()`.
     /// \throws what the constructor of `Path` throws
     static std::u16string nativeForm(std::u16string const& path);
 

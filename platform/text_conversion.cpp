@@ -196,7 +196,7 @@ std::basic_string<To> convert(std::basic_string_view<From> text) {
     if (start == text.size()) {
         return result;
     }
-    // Writing to a result of the maximum size takes a third to a half of the time of appending.
+    // Writing to a result of the maximum size is faster than appending, see docs/performance.md.
     result.resize(start + (text.size() - start) * most_units<To>);
     auto* target = result.data() + start;
     auto const* source = text.data() + start;

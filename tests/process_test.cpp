@@ -102,8 +102,7 @@ protected:
         return steady_clock::now() - start;
     }
 
-    /// Expects only whole entries in \p file, each with the message "entry" or of a changed
-    /// destination.
+    /// Expects only whole entries in \p file: messages "entry" and reports of a new destination.
     void expectEntries(std::string const& file) {
         for (auto const& message : messages(path(file))) {
             EXPECT_TRUE(message == "entry" || message.find("Reset destination file log ") == 0)
