@@ -17,8 +17,8 @@ class LibraryChannel;
 
 /// The severities of diagnostic records, which are also bits of a channel's mask.
 enum class Severity : int {
-    details = 4,  ///< what an operation reads, writes and decides; rejected destinations
-    changes = 8,  ///< changes of state, and other rejected requests
+    details = 4,  ///< what an operation reads, writes and decides; set and rejected destinations
+    changes = 8,  ///< other changes of state, and other rejected requests
 };
 
 /// A named source of diagnostic records. Records go to the sinks of the process's Boost.Log core.

@@ -77,9 +77,9 @@ Pieces split(std::string_view line, std::size_t key_end, char separator) {
 
 /// Memory for the temporary data of a call: on the stack first, then on the heap. Without the stack
 /// buffer, a file of 60 lines takes 1.3 times as long, because malloc consolidates its free lists
-/// for blocks above 1 KiB. Unlike this class, `std::pmr::monotonic_buffer_resource` does not return
-/// heap blocks before it is destroyed, so that growing vectors would double the memory of a large
-/// file.
+/// to serve a block above 1 KiB. Unlike this class, `std::pmr::monotonic_buffer_resource` does not
+/// return heap blocks before it is destroyed, so that growing vectors would double the memory of a
+/// large file.
 class Workspace final : public std::pmr::memory_resource {
 private:
     void* do_allocate(std::size_t size, std::size_t alignment) override {

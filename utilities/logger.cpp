@@ -36,7 +36,7 @@ struct State {
     /// Where entries go; empty while no destination is set.
     Path destination_file;
 
-    /// The most recently unset destination.
+    /// The most recently unset or replaced destination.
     Path last_destination_file;
 
     /// A copy of `destination_file`, so that unsetting it allocates no memory.

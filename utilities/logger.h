@@ -24,12 +24,12 @@
 ///     describes exit, fork and cancellation.
 /// \par Diagnostic records
 ///     The functions write records to the channel "install::cpputil::logger". A sink may call them
-///     in turn if its frontend holds no lock meanwhile (`unlocked_sink` and asynchronous frontends
-///     hold none), and finds the destination of that moment. Its entries and changes are ignored
-///     during two records: that of a file that cannot be opened, and that of a new destination. A
-///     `Logger` that it creates there nevertheless unsets the destination when it is destroyed
-///     later. A sink must not wait for another thread that uses the log. Exceptions thrown by a
-///     sink propagate to the caller.
+///     in turn if the records of other threads do not wait for it, as behind `unlocked_sink` or an
+///     asynchronous frontend, and finds the current destination. Its entries and changes are
+///     ignored during two records: that of a file that cannot be opened, and that of a new
+///     destination. A `Logger` that it creates there nevertheless unsets the destination when it is
+///     destroyed later. A sink must not wait for another thread that uses the log. Exceptions
+///     thrown by a sink propagate to the caller.
 
 #include <string>
 
@@ -143,12 +143,12 @@ INSTALL_CPPUTIL_EXPORT Path const& get_destination();
 
 namespace detail {
 
-/// Returns the most recently unset destination. The path is empty if no destination has been unset
-/// since the library was loaded or `forget_last_destination` was called. The rules of
+/// Returns the most recently unset or replaced destination. The path is empty if there has been
+/// none since the library was loaded or `forget_last_destination` was called. The rules of
 /// `get_destination` about its reference apply here, too.
 INSTALL_CPPUTIL_EXPORT Path const& get_last_destination();
 
-/// Forgets the most recently unset destination. Does not change the current one.
+/// Forgets that destination. Does not change the current one.
 INSTALL_CPPUTIL_EXPORT void forget_last_destination();
 
 }  // namespace detail
